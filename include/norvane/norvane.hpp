@@ -1,0 +1,4 @@
+// Everything norvane_core offers, in one include.
+#pragma once
+
+#include <norvane/log.hpp>

@@ -1,0 +1,96 @@
+// The sink family: each class picks one spdlog sink and its locking policy.
+#include "log/log_sink_pimpl.hpp"
+#include "norvane/log.hpp"
+
+#include <spdlog/details/console_globals.h>
+#include <spdlog/details/null_mutex.h>
+#include <spdlog/sinks/ansicolor_sink.h>
+#include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/sinks/dist_sink.h>
+#include <spdlog/sinks/null_sink.h>
+#include <spdlog/sinks/stdout_sinks.h>
+
+#include <mutex>
+
+namespace norvane {
+
+namespace {
+
+template <typename Sink, typename... Args>
+log_sink_pimpl& make_pimpl(Args&&... args) {
+  // The spdlog sink first: when it throws (a file that cannot be opened)
+  // no record has been allocated.
+  auto sink = std::make_shared<Sink>(std::forward<Args>(args)...);
+  return *new log_sink_pimpl(std::move(sink));
+}
+
+template <typename Mutex>
+void replace_targets(const log_sink_pimpl& impl, const std::vector<std::shared_ptr<log_sink>>& sinks) {
+  std::vector<std::shared_ptr<spdlog::sinks::sink>> targets;
+  targets.reserve(sinks.size());
+  for (const auto& s : sinks) {
+    targets.push_back(s->handle().sink);
+  }
+  static_cast<spdlog::sinks::dist_sink<Mutex>&>(*impl.sink).set_sinks(std::move(targets));
+}
+
+using null_mutex = spdlog::details::null_mutex;
+using console_nullmutex = spdlog::details::console_nullmutex;
+using console_mutex = spdlog::details::console_mutex;
+
+}  // namespace
+
+log_sink::log_sink(log_sink_pimpl& impl) noexcept : impl_(&impl) {}
+
+log_sink::~log_sink() { delete impl_; }
+
+log_sink_null::log_sink_null() : log_sink(make_pimpl<spdlog::sinks::null_sink<null_mutex>>()) {}
+log_sink_null::~log_sink_null() = default;
+
+// spdlog's own thread-safe null sink is the same type: there is nothing to lock.
+log_sink_null_threaded::log_sink_null_threaded()
+    : log_sink(make_pimpl<spdlog::sinks::null_sink<null_mutex>>()) {}
+log_sink_null_threaded::~log_sink_null_threaded() = default;
+
+log_sink_stdout::log_sink_stdout() : log_sink(make_pimpl<spdlog::sinks::stdout_sink<console_nullmutex>>()) {}
+log_sink_stdout::~log_sink_stdout() = default;
+
+log_sink_stdout_threaded::log_sink_stdout_threaded()
+    : log_sink(make_pimpl<spdlog::sinks::stdout_sink<console_mutex>>()) {}
+log_sink_stdout_threaded::~log_sink_stdout_threaded() = default;
+
+log_sink_stdout_colour::log_sink_stdout_colour()
+    : log_sink(make_pimpl<spdlog::sinks::ansicolor_stdout_sink<console_nullmutex>>(
+          spdlog::color_mode::automatic)) {}
+log_sink_stdout_colour::~log_sink_stdout_colour() = default;
+
+log_sink_stdout_colour_threaded::log_sink_stdout_colour_threaded()
+    : log_sink(
+          make_pimpl<spdlog::sinks::ansicolor_stdout_sink<console_mutex>>(spdlog::color_mode::automatic)) {}
+log_sink_stdout_colour_threaded::~log_sink_stdout_colour_threaded() = default;
+
+log_sink_file::log_sink_file(const std::filesystem::path& path, bool truncate)
+    : log_sink(make_pimpl<spdlog::sinks::basic_file_sink<null_mutex>>(path.native(), truncate)) {}
+log_sink_file::~log_sink_file() = default;
+
+log_sink_file_threaded::log_sink_file_threaded(const std::filesystem::path& path, bool truncate)
+    : log_sink(make_pimpl<spdlog::sinks::basic_file_sink<std::mutex>>(path.native(), truncate)) {}
+log_sink_file_threaded::~log_sink_file_threaded() = default;
+
+log_sink_distribution::log_sink_distribution()
+    : log_sink(make_pimpl<spdlog::sinks::dist_sink<null_mutex>>()) {}
+log_sink_distribution::~log_sink_distribution() = default;
+
+void log_sink_distribution::set_sinks(const std::vector<std::shared_ptr<log_sink>>& sinks) {
+  replace_targets<null_mutex>(handle(), sinks);
+}
+
+log_sink_distribution_threaded::log_sink_distribution_threaded()
+    : log_sink(make_pimpl<spdlog::sinks::dist_sink<std::mutex>>()) {}
+log_sink_distribution_threaded::~log_sink_distribution_threaded() = default;
+
+void log_sink_distribution_threaded::set_sinks(const std::vector<std::shared_ptr<log_sink>>& sinks) {
+  replace_targets<std::mutex>(handle(), sinks);
+}
+
+}  // namespace norvane

@@ -1,0 +1,80 @@
+#include "support/test_support.hpp"
+
+#include <unistd.h>
+
+#include <fcntl.h>
+#include <atomic>
+#include <cstdio>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <stdexcept>
+#include <system_error>
+
+namespace norvane::test {
+
+temp_dir::temp_dir() {
+  static std::atomic<unsigned> counter{0};
+  std::random_device rd;
+  const auto base = std::filesystem::temp_directory_path();
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    auto candidate = base / ("norvane-test-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) +
+                             "-" + std::to_string(rd() % 100000));
+    std::error_code ec;
+    if (std::filesystem::create_directory(candidate, ec)) {
+      path_ = candidate;
+      return;
+    }
+  }
+  throw std::runtime_error("cannot create a temporary directory");
+}
+
+temp_dir::~temp_dir() {
+  std::error_code ec;
+  // Tests may leave read-only directories behind; make them removable.
+  for (auto it = std::filesystem::recursive_directory_iterator(path_, ec);
+       !ec && it != std::filesystem::recursive_directory_iterator(); it.increment(ec)) {
+    std::error_code ignored;
+    if (it->is_directory(ignored) && !it->is_symlink(ignored)) {
+      std::filesystem::permissions(it->path(), std::filesystem::perms::owner_all,
+                                   std::filesystem::perm_options::add, ignored);
+    }
+  }
+  std::filesystem::remove_all(path_, ec);
+}
+
+std::string read_file(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream out;
+  out << in.rdbuf();
+  return out.str();
+}
+
+void write_file(const std::filesystem::path& path, const std::string& content) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << content;
+}
+
+stdout_capture::stdout_capture() {
+  std::fflush(stdout);
+  saved_fd_ = ::dup(1);
+  const int fd = ::open((dir_ / "stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  if (saved_fd_ < 0 || fd < 0) {
+    throw std::runtime_error("cannot capture standard output");
+  }
+  ::dup2(fd, 1);
+  ::close(fd);
+}
+
+stdout_capture::~stdout_capture() {
+  std::fflush(stdout);
+  ::dup2(saved_fd_, 1);
+  ::close(saved_fd_);
+}
+
+std::string stdout_capture::text() {
+  std::fflush(stdout);
+  return read_file(dir_ / "stdout");
+}
+
+}  // namespace norvane::test
