@@ -1,0 +1,93 @@
+// The host layer and the cached facade against reading the same /proc files
+// directly, the way an application without the library would.
+#include "system/host_info.hpp"
+
+#include <norvane/system_info.hpp>
+
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+namespace {
+
+std::string slurp(const char* path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream content;
+  content << in.rdbuf();
+  return std::move(content).str();
+}
+
+// The first "model name" of /proc/cpuinfo, by a plain line scan.
+std::string raw_model_name() {
+  std::ifstream in("/proc/cpuinfo");
+  std::string line;
+  while (std::getline(in, line)) {
+    if (line.rfind("model name", 0) == 0) {
+      return line.substr(line.find(':') + 2);
+    }
+  }
+  return {};
+}
+
+void describe_cpus_norvane(benchmark::State& state) {
+  const int online = static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN));
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(norvane::details::read_host_cpus("/", online));
+  }
+}
+
+void describe_cpus_raw(benchmark::State& state) {
+  for (auto _ : state) {
+    const auto text = slurp("/proc/cpuinfo");
+    int processors = 0;
+    for (auto pos = text.find("processor"); pos != std::string::npos; pos = text.find("processor", pos + 1)) {
+      ++processors;
+    }
+    benchmark::DoNotOptimize(processors);
+  }
+}
+
+void describe_memory_norvane(benchmark::State& state) {
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(norvane::details::read_host_ram("/"));
+  }
+}
+
+void describe_memory_raw(benchmark::State& state) {
+  for (auto _ : state) {
+    long long kib = -1;
+    if (std::FILE* f = std::fopen("/proc/meminfo", "r")) {
+      if (std::fscanf(f, "MemTotal: %lld kB", &kib) != 1) {
+        kib = -1;
+      }
+      std::fclose(f);
+    }
+    benchmark::DoNotOptimize(kib);
+  }
+}
+
+void cpu_model_per_call_norvane(benchmark::State& state) {
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(norvane::system_info::all_cpus().front().model_name().size());
+  }
+}
+
+void cpu_model_per_call_raw(benchmark::State& state) {
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(raw_model_name().size());
+  }
+}
+
+}  // namespace
+
+BENCHMARK(describe_cpus_raw)->Name("describe_cpus/raw");
+BENCHMARK(describe_cpus_norvane)->Name("describe_cpus/norvane");
+BENCHMARK(describe_memory_raw)->Name("describe_memory/raw");
+BENCHMARK(describe_memory_norvane)->Name("describe_memory/norvane");
+BENCHMARK(cpu_model_per_call_raw)->Name("cpu_model_per_call/raw");
+BENCHMARK(cpu_model_per_call_norvane)->Name("cpu_model_per_call/norvane");

@@ -1,0 +1,88 @@
+// A read-only summary of the host: its processor packages, operating system
+// and memory. The host is described once per process, on first use; the
+// value classes here are light handles on those descriptions.
+#pragma once
+
+#include <norvane/export.hpp>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace norvane {
+
+namespace details {
+struct host_cpu;
+struct host_os;
+struct host_ram;
+}  // namespace details
+
+// `bytes` times 2^-20, with no rounding: bytes_to_MiB(1048576) is 1.0 and
+// bytes_to_MiB(-1), the value of an unknown size, is -0.00000095367431640625.
+NORVANE_API double bytes_to_MiB(long long bytes) noexcept;
+
+// One processor package. Numbers the host does not tell are -1 and texts
+// "<unknown>". A default-constructed object points at nothing: calling an
+// accessor on it is not allowed.
+class NORVANE_API system_cpu {
+public:
+  system_cpu() noexcept = default;
+  // Does not take ownership; the description must outlive the handle.
+  explicit system_cpu(const details::host_cpu* cpu) noexcept : cpu_(cpu) {}
+
+  int id() const noexcept;
+  const std::string& model_name() const noexcept;
+  int num_physical_cores() const noexcept;
+  // The package's nominal clock; -1 where the host does not publish one.
+  std::int64_t regular_frequency_mhz() const noexcept;
+
+private:
+  const details::host_cpu* cpu_ = nullptr;
+};
+
+// The operating system.
+class NORVANE_API system_os {
+public:
+  system_os() noexcept = default;
+  explicit system_os(const details::host_os* os) noexcept : os_(os) {}
+
+  // The distribution's name, for instance "Debian GNU/Linux"; "Linux" when
+  // the host does not name itself.
+  std::string type() const noexcept;
+  // The distribution's version, for instance "12"; "<unknown>" when absent.
+  std::string version() const noexcept;
+
+private:
+  const details::host_os* os_ = nullptr;
+};
+
+// The installed memory.
+class NORVANE_API system_ram {
+public:
+  system_ram() noexcept = default;
+  explicit system_ram(const details::host_ram* ram) noexcept : ram_(ram) {}
+
+  // The sum over all memory modules; a negative value when the size is unknown.
+  double total_MiB() const noexcept;
+  // The host description keeps no free byte count, so this is always
+  // bytes_to_MiB(-1); kept so that callers on every host see one value.
+  double free_MiB() const noexcept;
+
+private:
+  const details::host_ram* ram_ = nullptr;
+};
+
+// Entry points. Each description is gathered on the first call of its
+// function (thread-safe) and lives until the process exits, so the handles
+// stay valid for the whole run.
+class NORVANE_API system_info {
+public:
+  system_info() = delete;
+
+  // One handle per processor package, in ascending package id.
+  static std::vector<system_cpu> all_cpus();
+  static system_os os();
+  static system_ram ram();
+};
+
+}  // namespace norvane

@@ -1,0 +1,53 @@
+// The value classes over the host descriptions, and the once-per-process
+// construction of those descriptions.
+#include <norvane/system_info.hpp>
+
+#include "system/host_info.hpp"
+
+namespace norvane {
+
+double bytes_to_MiB(long long bytes) noexcept { return static_cast<double>(bytes) * 0x1p-20; }
+
+int system_cpu::id() const noexcept { return cpu_->id; }
+
+const std::string& system_cpu::model_name() const noexcept { return cpu_->model_name; }
+
+int system_cpu::num_physical_cores() const noexcept { return cpu_->physical_cores; }
+
+std::int64_t system_cpu::regular_frequency_mhz() const noexcept { return cpu_->regular_frequency_mhz; }
+
+std::string system_os::type() const noexcept { return os_->name; }
+
+std::string system_os::version() const noexcept { return os_->version; }
+
+double system_ram::total_MiB() const noexcept {
+  long long total = 0;
+  for (const auto& module : ram_->modules) {
+    total += module.total_bytes;
+  }
+  return bytes_to_MiB(total);
+}
+
+double system_ram::free_MiB() const noexcept { return bytes_to_MiB(ram_->free_bytes); }
+
+std::vector<system_cpu> system_info::all_cpus() {
+  static const std::vector<details::host_cpu> cpus = details::current_host_cpus();
+  std::vector<system_cpu> handles;
+  handles.reserve(cpus.size());
+  for (const auto& cpu : cpus) {
+    handles.emplace_back(&cpu);
+  }
+  return handles;
+}
+
+system_os system_info::os() {
+  static const details::host_os description = details::current_host_os();
+  return system_os(&description);
+}
+
+system_ram system_info::ram() {
+  static const details::host_ram description = details::current_host_ram();
+  return system_ram(&description);
+}
+
+}  // namespace norvane
