@@ -1,4 +1,5 @@
 // Everything norvane_core offers, in one include.
 #pragma once
 
+#include <norvane/io.hpp>
 #include <norvane/log.hpp>
