@@ -2,7 +2,10 @@
 // are memory copies; the mapping is the file.
 #include "io/io_file_pimpl.hpp"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 namespace norvane {
@@ -22,6 +25,37 @@ std::int64_t readable(const memory_mapped_buffer& f, std::int64_t count) {
     return std::max<std::int64_t>(f.mapped_length - f.position, 0);
   }
   return std::max<std::int64_t>(count, 0);
+}
+
+// Large copies go through the page cache with pread and pwrite: the shared
+// mapping shows the very same pages, and one system call is far cheaper than
+// a page fault for every page the mapping has not touched yet (a file read
+// or written front to back touches each page once). Whatever the call does
+// not transfer is copied through the mapping, as small copies always are.
+constexpr std::int64_t system_copy_threshold = std::int64_t{32} << 10;
+
+void copy_out(const memory_mapped_buffer& f, char* to, std::int64_t n) {
+  std::int64_t done = 0;
+  while (n >= system_copy_threshold && done < n) {
+    const ssize_t r = ::pread(f.fd, to + done, static_cast<std::size_t>(n - done), f.position + done);
+    if (r <= 0 && !(r < 0 && errno == EINTR)) {
+      break;
+    }
+    done += std::max<ssize_t>(r, 0);
+  }
+  std::memcpy(to + done, f.data + f.position + done, static_cast<std::size_t>(n - done));
+}
+
+void copy_in(const memory_mapped_buffer& f, const char* from, std::int64_t n) {
+  std::int64_t done = 0;
+  while (n >= system_copy_threshold && done < n) {
+    const ssize_t w = ::pwrite(f.fd, from + done, static_cast<std::size_t>(n - done), f.position + done);
+    if (w <= 0 && !(w < 0 && errno == EINTR)) {
+      break;
+    }
+    done += std::max<ssize_t>(w, 0);
+  }
+  std::memcpy(f.data + f.position + done, from + done, static_cast<std::size_t>(n - done));
 }
 
 }  // namespace
@@ -66,7 +100,7 @@ void io_file::read(char* buffer, long count) {
   auto& f = backing(pimpl());
   const std::int64_t n = readable(f, count);
   if (n > 0) {
-    std::memcpy(buffer, f.data + f.position, static_cast<std::size_t>(n));
+    copy_out(f, buffer, n);
     f.position += n;
   }
   if (n != count) {
@@ -89,7 +123,7 @@ void io_file::write(const char* buffer, long count) {
     return;
   }
   if (count > 0) {
-    std::memcpy(f.data + f.position, buffer, static_cast<std::size_t>(count));
+    copy_in(f, buffer, count);
   }
   f.position = end;
   f.size = std::max(f.size, end);

@@ -165,6 +165,48 @@ TEST(IoFile, GrowthFarBeyondTheStartKeepsEverythingWritten) {
   EXPECT_TRUE(reader.is_good());
 }
 
+TEST(IoFile, LargeAndSmallCopiesSeeTheSameBytes) {
+  // Large reads and writes take a different road to the file than small
+  // ones; every mix must agree with the mapping and with the disk.
+  test::temp_dir dir;
+  const auto path = dir / "mixed.bin";
+  const std::string big = pattern(static_cast<std::size_t>(100 << 10) + 7, 'a');
+  io_file file;
+  file.open(path, in | out);
+  EXPECT_EQ(file.state(), fail);  // in|out needs an existing file
+  file.open(path, out);
+  file.write(big.data(), static_cast<long>(big.size()));
+  ASSERT_TRUE(file.is_good());
+  EXPECT_EQ(std::string(file.data(), big.size()), big);
+  // Small writes through the mapping, then one large read over them.
+  file.seek(5, std::ios_base::beg);
+  file.write("SMALL", 5);
+  file.seek(70000, std::ios_base::beg);
+  file.write("MORE", 4);
+  std::string expected = big;
+  expected.replace(5, 5, "SMALL");
+  expected.replace(70000, 4, "MORE");
+  file.seek(0, std::ios_base::beg);
+  std::string got(big.size(), '\0');
+  file.read(got.data(), static_cast<long>(got.size()));
+  EXPECT_EQ(got, expected);
+  // A large write over the middle, seen by small reads and peeks.
+  const std::string middle = pattern(40000, 'K');
+  file.seek(1000, std::ios_base::beg);
+  file.write(middle.data(), static_cast<long>(middle.size()));
+  expected.replace(1000, middle.size(), middle);
+  char few[3];
+  file.seek(1000, std::ios_base::beg);
+  EXPECT_EQ(file.peek(few, 3), 3);
+  EXPECT_EQ(std::string(few, 3), middle.substr(0, 3));
+  file.seek(41000 - 2, std::ios_base::beg);
+  file.read(few, 3);
+  EXPECT_EQ(std::string(few, 3), expected.substr(41000 - 2, 3));
+  EXPECT_EQ(std::string(file.data(), expected.size()), expected);
+  file.close();
+  EXPECT_EQ(test::read_file(path), expected);
+}
+
 TEST(IoFile, EveryRowOfTheOpenModeTable) {
   test::temp_dir dir;
   const std::string content = "existing content";
@@ -381,6 +423,13 @@ TEST(IoFile, FilesBeyondFourGibibytesAreAddressedWhole) {
   file.read(got, 6);
   EXPECT_EQ(std::string(got, 6), "marker");
   EXPECT_EQ(file.tell(), marker_at + 6);
+  // A large read straddling the 4 GiB mark.
+  file.seek((4LL << 30) - 40000, std::ios_base::beg);
+  std::string block(80000, 'x');
+  file.read(block.data(), static_cast<long>(block.size()));
+  EXPECT_TRUE(file.is_good());
+  EXPECT_EQ(block.find_first_not_of('\0'), 40000u + 12345u);
+  EXPECT_EQ(block.substr(40000 + 12345, 6), "marker");
   file.seek(-3, std::ios_base::end);
   char tail[8];
   file.read(tail, 8);
