@@ -62,6 +62,7 @@ bool memory_mapped_buffer::open(const std::filesystem::path& path, unsigned int 
     return false;
   }
   writable = (mode & mode_out) != 0;
+  mapping_failed = false;
   const int flags = open_flags(mode);
   if (flags == -1) {
     return false;
@@ -91,6 +92,7 @@ bool memory_mapped_buffer::open(const std::filesystem::path& path, unsigned int 
     }
   }
   if (!map()) {
+    mapping_failed = true;
     return unwind();
   }
   position = (mode & mode_ate) != 0 ? mapped_length : 0;
@@ -110,9 +112,9 @@ bool memory_mapped_buffer::unwind() noexcept {
 bool memory_mapped_buffer::close() noexcept {
   bool ok = true;
   if (mapped_length > 0) {
-    // No mapping although there should be one: a mapping that failed, which
-    // counts as a failed unmap.
-    if (data == nullptr || ::munmap(data, static_cast<std::size_t>(reserved)) != 0) {
+    // Unmapping the address a failed mmap returned fails; with no mapping
+    // made yet there is nothing to unmap, which succeeds.
+    if (mapping_failed || (data != nullptr && ::munmap(data, static_cast<std::size_t>(reserved)) != 0)) {
       ok = false;
     } else {
       data = nullptr;

@@ -44,6 +44,8 @@ private:
   // Address space held for the mapping of a writable file, so that growth
   // maps the new pages in place instead of moving or rebuilding the mapping.
   std::int64_t reserved = 0;
+  // The last open's mmap failed; closing then reports a failed unmap.
+  bool mapping_failed = false;
 };
 
 }  // namespace norvane

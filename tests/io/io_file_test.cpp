@@ -525,6 +525,29 @@ TEST(IoFile, AFileSizeLimitMakesGrowthFailButKeepsWhatWasWritten) {
   EXPECT_EQ(test::read_file(path), text.substr(0, static_cast<std::size_t>(2 * page + 50)));
 }
 
+TEST(IoFile, AFailedFirstPageUnwindsToAClosedDeviceWithAGoodState) {
+  // Under a limit smaller than a page the first page of a new file cannot
+  // be made. The open then closes what it had and reports how that went:
+  // the close succeeds, so the state is good although nothing is open.
+  test::temp_dir dir;
+  const auto path = dir / "tiny.bin";
+  const int status = in_child([&] {
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit lim{100, 100};
+    if (::setrlimit(RLIMIT_FSIZE, &lim) != 0) {
+      return false;
+    }
+    const auto descriptors = open_descriptors();
+    io_file file;
+    file.open(path, out);
+    return file.is_good() && !file.is_open() && file.size() == 0 && file.data() == nullptr &&
+           open_descriptors() == descriptors;
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_TRUE(fs::exists(path));
+  EXPECT_EQ(fs::file_size(path), 0u);
+}
+
 TEST(IoFile, LinesReadBackFromAFile) {
   test::temp_dir dir;
   const auto path = dir / "lines.txt";
