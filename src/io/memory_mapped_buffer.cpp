@@ -17,8 +17,8 @@ constexpr unsigned int mode_in = 8;
 constexpr unsigned int mode_out = 16;
 constexpr unsigned int mode_trunc = 32;
 
-// Address space held at least for a writable mapping; it costs nothing but
-// page-table bookkeeping and saves rebuilding the mapping while a file grows.
+// Address space mapped at least for a writable file; it costs nothing but
+// bookkeeping and saves remapping while the file grows.
 constexpr std::int64_t min_reservation = std::int64_t{256} << 20;
 
 // The flags for open(2), or -1 for a mode no file can be opened with. The
@@ -138,28 +138,28 @@ bool memory_mapped_buffer::close() noexcept {
 
 bool memory_mapped_buffer::map() noexcept { return map_fresh(mapped_length); }
 
-// Maps the first `length` bytes of the file at the start of a fresh
-// reservation (a writable file gets room to grow) and releases the old one.
+// Maps the file at the start of a fresh address range and releases the old
+// one. A writable file is mapped past its end over the whole range (room to
+// grow, doubling each time): pages beyond the end of the file are never
+// touched, and once the file grows they are simply there, so growth inside
+// the range is a truncation alone.
 bool memory_mapped_buffer::map_fresh(std::int64_t length) noexcept {
   const std::int64_t page = std::max<std::int64_t>(granularity(), 1);
   const int prot = writable ? PROT_READ | PROT_WRITE : PROT_READ;
   std::int64_t room = round_up(length, page);
-  void* base = MAP_FAILED;
+  void* mapped = MAP_FAILED;
   if (writable) {
-    room = std::max({room, std::min<std::int64_t>(2 * reserved, INT64_MAX / 4), min_reservation});
-    base = ::mmap(nullptr, static_cast<std::size_t>(room), PROT_NONE,
-                  MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    if (base == MAP_FAILED) {
-      room = round_up(length, page);
+    const std::int64_t wide =
+        std::max({room, std::min<std::int64_t>(2 * reserved, INT64_MAX / 4), min_reservation});
+    mapped = ::mmap(nullptr, static_cast<std::size_t>(wide), prot, MAP_SHARED, fd, 0);
+    if (mapped != MAP_FAILED) {
+      room = wide;
     }
   }
-  void* const at = base == MAP_FAILED ? nullptr : base;
-  void* const mapped =
-      ::mmap(at, static_cast<std::size_t>(length), prot, MAP_SHARED | (at != nullptr ? MAP_FIXED : 0), fd, 0);
   if (mapped == MAP_FAILED) {
-    if (base != MAP_FAILED) {
-      ::munmap(base, static_cast<std::size_t>(room));
-    }
+    mapped = ::mmap(nullptr, static_cast<std::size_t>(length), prot, MAP_SHARED, fd, 0);
+  }
+  if (mapped == MAP_FAILED) {
     return false;
   }
   if (data != nullptr) {
@@ -168,22 +168,6 @@ bool memory_mapped_buffer::map_fresh(std::int64_t length) noexcept {
   data = static_cast<char*>(mapped);
   reserved = room;
   return true;
-}
-
-// Maps the pages from the current end up to `new_length`, in place when the
-// reservation has room. The page holding the old end is mapped again with
-// the rest, since mapping offsets must be page-aligned; it is the same page
-// of the same file, so nothing written through the old mapping is lost.
-bool memory_mapped_buffer::extend_mapping(std::int64_t new_length) noexcept {
-  const std::int64_t page = granularity();
-  if (data == nullptr || round_up(new_length, page) > reserved) {
-    return map_fresh(new_length);
-  }
-  const std::int64_t from = mapped_length / page * page;
-  const int prot = PROT_READ | PROT_WRITE;
-  void* const mapped = ::mmap(data + from, static_cast<std::size_t>(new_length - from), prot,
-                              MAP_SHARED | MAP_FIXED, fd, from);
-  return mapped != MAP_FAILED;
 }
 
 bool memory_mapped_buffer::resize_map() noexcept { return grow_to(mapped_length + 1); }
@@ -221,7 +205,8 @@ bool memory_mapped_buffer::grow_to(std::int64_t required) noexcept {
   }
   const std::int64_t new_length = mapped_length + reached * page;
   if (reached > 0) {
-    if (!extend_mapping(new_length)) {
+    const bool in_room = data != nullptr && round_up(new_length, page) <= reserved;
+    if (!in_room && !map_fresh(new_length)) {
       // The old mapping still stands: put the file back to its length.
       const bool restored = ::ftruncate(fd, mapped_length) == 0;
       static_cast<void>(restored);

@@ -38,11 +38,10 @@ struct memory_mapped_buffer {
 
 private:
   bool unwind() noexcept;
-  bool extend_mapping(std::int64_t new_length) noexcept;
   bool map_fresh(std::int64_t length) noexcept;
 
-  // Address space held for the mapping of a writable file, so that growth
-  // maps the new pages in place instead of moving or rebuilding the mapping.
+  // The length of the address range mapped: a writable file is mapped past
+  // its end so that growth needs no new mapping.
   std::int64_t reserved = 0;
   // The last open's mmap failed; closing then reports a failed unmap.
   bool mapping_failed = false;
