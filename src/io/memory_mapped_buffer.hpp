@@ -1,0 +1,50 @@
+// The backing of io_file: a file descriptor and a shared mapping of the whole
+// file, grown a page at a time for writes.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+
+namespace norvane {
+
+struct memory_mapped_buffer {
+  memory_mapped_buffer() = default;
+  ~memory_mapped_buffer();
+  memory_mapped_buffer(const memory_mapped_buffer&) = delete;
+  memory_mapped_buffer& operator=(const memory_mapped_buffer&) = delete;
+
+  // The page size; growth steps and mapping offsets are multiples of it.
+  static std::int64_t granularity() noexcept;
+
+  bool open(const std::filesystem::path& path, unsigned int mode);
+  // Unmaps, truncates a writable file to `size` and closes the descriptor;
+  // false when any step failed (the descriptor is gone in every case).
+  bool close() noexcept;
+  // Maps `mapped_length` bytes of the descriptor from offset 0.
+  bool map() noexcept;
+  // Grows the file and the mapping by one page.
+  bool resize_map() noexcept;
+  // Grows by whole pages until `required` bytes are mapped: the same file
+  // length, mapped length and outcome as calling resize_map until it fits
+  // or fails, in one truncation and one mapping call.
+  bool grow_to(std::int64_t required) noexcept;
+
+  char* data = nullptr;
+  std::int64_t mapped_length = -1;
+  std::int64_t size = 0;
+  int fd = -1;
+  std::int64_t position = -1;
+  bool writable = false;
+
+private:
+  bool unwind() noexcept;
+  bool map_fresh(std::int64_t length) noexcept;
+
+  // The length of the address range mapped: a writable file is mapped past
+  // its end so that growth needs no new mapping.
+  std::int64_t reserved = 0;
+  // The last open's mmap failed; closing then reports a failed unmap.
+  bool mapping_failed = false;
+};
+
+}  // namespace norvane

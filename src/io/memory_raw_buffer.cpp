@@ -1,0 +1,96 @@
+// Chunk mapping and bulk copies for io_buffer. Copies move whole runs that
+// lie inside one chunk with memcpy; the results match copying one byte at a
+// time, mapping each position.
+#include "io/memory_raw_buffer.hpp"
+
+#include <algorithm>
+#include <cstring>
+
+namespace norvane {
+
+memory_raw_buffer::~memory_raw_buffer() { release(); }
+
+void memory_raw_buffer::release() noexcept {
+  if (owned) {
+    delete[] data;
+  }
+  data = nullptr;
+  owned = false;
+}
+
+std::int64_t memory_raw_buffer::map(std::int64_t p) const noexcept {
+  if (p < 0) {
+    return -1;
+  }
+  const std::uint64_t k = chunk_size > 0 ? static_cast<std::uint64_t>(p / chunk_size) : 0;
+  if (k > chunk_ids.size()) {
+    return -1;
+  }
+  const std::uint64_t id = k < chunk_ids.size() ? chunk_ids[k] : k;
+  const std::uint64_t cs = static_cast<std::uint64_t>(chunk_size);
+  // Unsigned arithmetic: absurd chunk ids wrap instead of overflowing.
+  return static_cast<std::int64_t>(static_cast<std::uint64_t>(p) - k * cs + id * cs);
+}
+
+std::int64_t memory_raw_buffer::readable(std::int64_t count) const noexcept {
+  std::int64_t end = 0;
+  if (__builtin_add_overflow(position, count, &end) || end > size || end == 0) {
+    return std::max<std::int64_t>(size - position, 0);
+  }
+  return count;
+}
+
+template <typename Copy>
+std::int64_t memory_raw_buffer::transfer(std::int64_t& p, std::int64_t n, Copy copy,
+                                         std::int64_t* last_offset) const noexcept {
+  if (data == nullptr) {
+    return 0;
+  }
+  std::int64_t done = 0;
+  while (done < n) {
+    const std::int64_t offset = map(p);
+    if (offset < 0) {
+      break;
+    }
+    std::int64_t run = n - done;
+    if (chunk_size > 0) {
+      run = std::min(run, chunk_size - p % chunk_size);
+    }
+    copy(done, offset, run);
+    done += run;
+    p += run;
+    if (last_offset != nullptr) {
+      *last_offset = offset + run - 1;
+    }
+  }
+  return done;
+}
+
+std::int64_t memory_raw_buffer::copy_out(char* outside, std::int64_t n) noexcept {
+  return transfer(
+      position, n,
+      [&](std::int64_t at, std::int64_t offset, std::int64_t run) {
+        std::memcpy(outside + at, data + offset, static_cast<std::size_t>(run));
+      },
+      &chunk_offset);
+}
+
+std::int64_t memory_raw_buffer::copy_in(const char* outside, std::int64_t n) noexcept {
+  return transfer(
+      position, n,
+      [&](std::int64_t at, std::int64_t offset, std::int64_t run) {
+        std::memmove(data + offset, outside + at, static_cast<std::size_t>(run));
+      },
+      &chunk_offset);
+}
+
+std::int64_t memory_raw_buffer::copy_out_at(std::int64_t from, char* outside, std::int64_t n) const noexcept {
+  return transfer(
+      from, n,
+      [&](std::int64_t at, std::int64_t offset, std::int64_t run) {
+        std::memcpy(outside + at, data + offset, static_cast<std::size_t>(run));
+      },
+      nullptr);
+}
+
+}  // namespace norvane
