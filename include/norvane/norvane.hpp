@@ -2,3 +2,6 @@
 #pragma once
 
 #include <norvane/log.hpp>
+#include <norvane/status.hpp>
+#include <norvane/strings.hpp>
+#include <norvane/hash.hpp>
