@@ -1,8 +1,9 @@
-// XXH3 64- and 128-bit hashes, one-shot and incremental. On x86-64 the
-// runtime-dispatched entry points pick AVX2 or AVX-512 when the CPU has them.
+// XXH3 through the runtime-dispatched entry points (AVX2 or AVX-512 when the
+// CPU has them): incremental hashers and the one-shot hashes of long inputs.
 #include "xxh3_convert.hpp"
 
 #include "hasher_pimpl.hpp"
+#include "xxh3_long.hpp"
 
 #include <new>
 
@@ -10,11 +11,15 @@ namespace norvane {
 
 hash_128_t XXH128_to_hash_128_t(const XXH128_hash_t& hash) { return hash_128_t{hash.low64, hash.high64}; }
 
-std::uint64_t hash_xxh64(std::string_view data) { return XXH3_64bits(data.data(), data.size()); }
+namespace details {
 
-hash_128_t hash_xxh128(std::string_view data) {
+std::uint64_t xxh3_64_long(std::string_view data) { return XXH3_64bits(data.data(), data.size()); }
+
+hash_128_t xxh3_128_long(std::string_view data) {
   return XXH128_to_hash_128_t(XXH3_128bits(data.data(), data.size()));
 }
+
+}  // namespace details
 
 namespace {
 
