@@ -14,17 +14,8 @@ TEST(string_to_hex, two_digits_per_byte_high_nibble_first) {
   EXPECT_EQ(out, "0FA0");
   norvane::string_to_hex("", out, true);
   EXPECT_EQ(out, "");
-
-  std::string all;
-  for (int byte = 0; byte < 256; ++byte) {
-    all += static_cast<char>(byte);
-  }
-  norvane::string_to_hex(all, out, false);
-  ASSERT_EQ(out.size(), 512u);
-  EXPECT_EQ(out.substr(0, 8), "00010203");
-  EXPECT_EQ(out.substr(2 * 0x7e, 8), "7e7f8081");
-  EXPECT_EQ(out.substr(504), "fcfdfeff");
-  EXPECT_EQ(out.find_first_not_of("0123456789abcdef"), std::string::npos);
+  norvane::string_to_hex("\x12\x34\x56\x78\x9a\xbc\xde\xf0", out, false);
+  EXPECT_EQ(out, "123456789abcdef0");
 }
 
 }  // namespace
