@@ -1,0 +1,26 @@
+// The incremental hasher base: byte counting and the record's ownership.
+#include "hasher_pimpl.hpp"
+
+namespace norvane {
+
+hasher::hasher(hasher_pimpl& impl) noexcept : impl_(&impl) {}
+
+hasher::~hasher() { delete impl_; }
+
+void hasher::update(const void* data, std::size_t size) {
+  impl_->absorb(data, size);
+  impl_->size_hashed += size;
+}
+
+std::uint64_t hasher::size_hashed() const noexcept { return impl_->size_hashed; }
+
+namespace details {
+
+std::string digest_to_hex(const unsigned char* digest, std::size_t size, bool uppercase) {
+  std::string text;
+  string_to_hex(std::string(reinterpret_cast<const char*>(digest), size), text, uppercase);
+  return text;
+}
+
+}  // namespace details
+}  // namespace norvane

@@ -1,0 +1,24 @@
+// Inputs shared by the hash tests.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace norvane::test {
+
+// Byte i is (i * 131 + 17) mod 256: varied, and easy to reproduce in any
+// other tool that computes the expected values.
+inline std::string pattern(std::size_t size) {
+  std::string bytes(size, '\0');
+  for (std::size_t i = 0; i < size; ++i) {
+    bytes[i] = static_cast<char>((i * 131 + 17) & 0xff);
+  }
+  return bytes;
+}
+
+// The FIPS 180 example messages.
+inline const std::string fips_abc = "abc";
+inline const std::string fips_448_bits = "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq";
+inline const std::string fips_million_a(1000000, 'a');
+
+}  // namespace norvane::test

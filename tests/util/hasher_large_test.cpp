@@ -1,0 +1,104 @@
+// Hashers over more than 4 GiB, without 4 GiB of memory or disk: a private
+// anonymous mapping reads as zeros and costs no memory until written.
+#include <norvane/hash.hpp>
+
+#include "hash_test_util.hpp"
+
+#include <xxhash.h>
+
+#include <gtest/gtest.h>
+
+#include <sys/mman.h>
+#include <cstdint>
+
+namespace {
+
+constexpr std::size_t large_size = (std::size_t{1} << 32) + 65537;
+
+class zero_mapping {
+public:
+  explicit zero_mapping(std::size_t size) : size_(size) {
+    void* p = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    data_ = p == MAP_FAILED ? nullptr : static_cast<const char*>(p);
+  }
+  ~zero_mapping() {
+    if (data_ != nullptr) {
+      ::munmap(const_cast<char*>(data_), size_);
+    }
+  }
+  zero_mapping(const zero_mapping&) = delete;
+  zero_mapping& operator=(const zero_mapping&) = delete;
+  std::string_view view() const { return {data_, size_}; }
+  bool ok() const { return data_ != nullptr; }
+
+private:
+  const char* data_;
+  std::size_t size_;
+};
+
+// Expected digests of large_size zero bytes: `head -c 4295032833 /dev/zero | sha256sum`
+// (and sha1sum).
+constexpr const char* zeros_sha256 = "05ee371c4c085f8f5447c8018cd0acb7200f44bd68cc3aeeab79c0a2da0eab67";
+constexpr const char* zeros_sha1 = "971FFEC4B8CB738FBFCB560A56BF2FA0B07CFBD7";
+
+TEST(hasher_large, sha_digests_past_4_gib) {
+  const zero_mapping zeros(large_size);
+  ASSERT_TRUE(zeros.ok());
+
+  // One update with the whole length: nothing may cut it to 32 bits.
+  norvane::sha256_hasher sha256;
+  sha256.update(zeros.view());
+  EXPECT_EQ(sha256.size_hashed(), large_size);
+  EXPECT_EQ(sha256.finish(), zeros_sha256);
+
+  // Many pieces, so the running count passes 2^32.
+  norvane::sha1_hasher sha1;
+  constexpr std::size_t piece = 64 * 1024 * 1024;
+  for (std::size_t at = 0; at < large_size; at += piece) {
+    sha1.update(zeros.view().substr(at, piece));
+  }
+  EXPECT_EQ(sha1.size_hashed(), large_size);
+  EXPECT_EQ(sha1.finish(), zeros_sha1);
+
+  // The one-shot functions keep their 32-bit length: only the 65537 bytes
+  // past 4 GiB count.
+  EXPECT_EQ(norvane::hash_sha256(zeros.view()), norvane::hash_sha256(zeros.view().substr(0, 65537)));
+}
+
+TEST(hasher_large, xxh3_past_4_gib_matches_the_library_streaming_call) {
+  // A repeated pattern rather than zeros, so that a piece dropped or
+  // repeated would change the result.
+  const std::string block = norvane::test::pattern(1024 * 1024 + 3);
+  const std::size_t rounds = (std::size_t{1} << 32) / block.size() + 2;
+
+  XXH3_state_t* raw64 = XXH3_createState();
+  XXH3_state_t* raw128 = XXH3_createState();
+  ASSERT_NE(raw64, nullptr);
+  ASSERT_NE(raw128, nullptr);
+  XXH3_64bits_reset(raw64);
+  XXH3_128bits_reset(raw128);
+  norvane::xxh3_64_hasher ours64;
+  norvane::xxh3_128_hasher ours128;
+  for (std::size_t i = 0; i < rounds; ++i) {
+    XXH3_64bits_update(raw64, block.data(), block.size());
+    XXH3_128bits_update(raw128, block.data(), block.size());
+    ours64.update(block);
+    ours128.update(block);
+  }
+  EXPECT_GT(ours64.size_hashed(), std::uint64_t{1} << 32);
+  EXPECT_EQ(ours64.size_hashed(), rounds * block.size());
+  EXPECT_EQ(ours64.finish(), XXH3_64bits_digest(raw64));
+  const XXH128_hash_t expected = XXH3_128bits_digest(raw128);
+  EXPECT_EQ(ours128.finish(), (norvane::hash_128_t{expected.low64, expected.high64}));
+  XXH3_freeState(raw64);
+  XXH3_freeState(raw128);
+
+  // One update of more than 4 GiB equals the library's one-shot call on it.
+  const zero_mapping zeros(large_size);
+  ASSERT_TRUE(zeros.ok());
+  ours64.update(zeros.view());
+  EXPECT_EQ(ours64.finish(), XXH3_64bits(zeros.view().data(), zeros.view().size()));
+  EXPECT_EQ(norvane::hash_xxh64(zeros.view()), XXH3_64bits(zeros.view().data(), zeros.view().size()));
+}
+
+}  // namespace
