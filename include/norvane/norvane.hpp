@@ -2,3 +2,4 @@
 #pragma once
 
 #include <norvane/log.hpp>
+#include <norvane/yaml.hpp>
