@@ -86,7 +86,7 @@ public:
   void clear();
 
   std::size_t root_id() const noexcept { return 0; }
-  std::size_t size() const noexcept;  // number of nodes, root included
+  std::size_t size() const noexcept;        // number of nodes, root included
   std::size_t arena_size() const noexcept;  // bytes of text owned
   const callbacks& get_callbacks() const noexcept;
 
@@ -216,6 +216,15 @@ public:
   ryml_wrapper operator[](std::string_view key) const;
   ryml_wrapper operator[](const char* key) { return (*this)[std::string_view(key)]; }
   ryml_wrapper operator[](const char* key) const { return (*this)[std::string_view(key)]; }
+  // `doc[0]` would otherwise be ambiguous between an index and a null key.
+  template <std::integral I>
+  requires(!std::same_as<I, std::size_t> && !std::same_as<I, bool>) ryml_wrapper operator[](I index) {
+    return (*this)[static_cast<std::size_t>(index)];
+  }
+  template <std::integral I>
+  requires(!std::same_as<I, std::size_t> && !std::same_as<I, bool>) ryml_wrapper operator[](I index) const {
+    return (*this)[static_cast<std::size_t>(index)];
+  }
 
   // Writes a value into the node (creating a seeded child first).
   void assign_primitive_impl(bool value);
@@ -254,8 +263,8 @@ public:
 
   // Typed writes: `doc["port"] = 8080;` writes into the shared tree.
   template <typename T>
-    requires std::is_arithmetic_v<T> || std::is_convertible_v<const T&, std::string_view>
-  ryml_wrapper& operator=(const T& value) {
+  requires std::is_arithmetic_v<T> || std::is_convertible_v<const T&, std::string_view> ryml_wrapper&
+  operator=(const T& value) {
     if constexpr (std::is_same_v<T, bool>) {
       assign_primitive_impl(value);
     } else if constexpr (std::is_integral_v<T>) {

@@ -34,8 +34,8 @@ void set_callbacks(const callbacks& cb) { installed() = cb.error != nullptr ? cb
 callbacks get_callbacks() { return installed(); }
 
 void ErrorHandler::on_error(const char* message, std::size_t length, location loc) {
-  throw std::runtime_error(
-      fmt::format("{}:{}:{} ({}B): {}", loc.name, loc.line, loc.col, loc.offset, std::string_view(message, length)));
+  throw std::runtime_error(fmt::format("{}:{}:{} ({}B): {}", loc.name, loc.line, loc.col, loc.offset,
+                                       std::string_view(message, length)));
 }
 
 void ErrorHandler::s_error(const char* message, std::size_t length, location loc, void* /*user_data*/) {

@@ -174,8 +174,13 @@ struct target {
 // A fault found by the builder; libfyaml's own come from its diagnostics.
 struct build_error {
   std::string message;
-  const fy_mark* mark;
+  fy_mark mark{0, 0, 0};
 };
+
+fy_mark mark_of(fy_event* e) noexcept {
+  const fy_mark* m = fy_event_start_mark(e);
+  return m != nullptr ? *m : fy_mark{0, 0, 0};
+}
 
 class builder {
 public:
@@ -264,7 +269,36 @@ private:
     return {f.pending, slot::value};
   }
 
-  std::string_view scalar_text(fy_token* token, bool plain) {
+  // One-line scalars without escapes are their source bytes: those are
+  // viewed in place (the source is in the arena) without asking libfyaml
+  // for the text, which would allocate a copy of most values.
+  static bool needs_rewrite(std::string_view range, fy_scalar_style style) noexcept {
+    for (char c : range) {
+      if (c == '\n' || c == '\r' || (c == '\'' && style == FYSS_SINGLE_QUOTED) ||
+          (c == '\\' && style == FYSS_DOUBLE_QUOTED)) {
+        return true;
+      }
+    }
+    return false;
+  }
+
+  std::string_view scalar_text(fy_token* token, fy_scalar_style style) {
+    const bool plain = style == FYSS_PLAIN;
+    if (style == FYSS_PLAIN || style == FYSS_SINGLE_QUOTED || style == FYSS_DOUBLE_QUOTED) {
+      const fy_mark* start = fy_token_start_mark(token);
+      const fy_mark* end = fy_token_end_mark(token);
+      const auto size = static_cast<std::size_t>(text_end_ - text_begin_);
+      if (start != nullptr && end != nullptr && start->input_pos <= end->input_pos &&
+          end->input_pos <= size) {
+        const std::string_view range(text_begin_ + start->input_pos, end->input_pos - start->input_pos);
+        if (!needs_rewrite(range, style)) {
+          if (range.empty()) {
+            return plain ? std::string_view() : std::string_view(empty_text, 0);
+          }
+          return range;
+        }
+      }
+    }
     std::size_t length = 0;
     const char* p = fy_token_get_text(token, &length);
     if (p == nullptr) {
@@ -273,8 +307,6 @@ private:
     if (length == 0) {
       return plain ? std::string_view() : std::string_view(empty_text, 0);
     }
-    // Plain and simple quoted scalars point into the source, which is
-    // already in the arena; anything libfyaml had to rewrite is copied.
     if (p >= text_begin_ && p + length <= text_end_) {
       return {p, length};
     }
@@ -310,8 +342,9 @@ private:
   }
 
   bool on_scalar(fy_event* e, build_error& /*error*/) {
-    const bool plain = fy_token_scalar_style(e->scalar.value) == FYSS_PLAIN;
-    const std::string_view text = scalar_text(e->scalar.value, plain);
+    const fy_scalar_style style = fy_token_scalar_style(e->scalar.value);
+    const bool plain = style == FYSS_PLAIN;
+    const std::string_view text = scalar_text(e->scalar.value, style);
     const bool null = plain && e->scalar.tag == nullptr && is_null_word(text);
     const target t = next_target();
     set_scalar(t, text, !plain, null);
@@ -322,11 +355,11 @@ private:
   bool on_container_start(fy_event* e, bool is_map, fy_token* anchor, build_error& error) {
     const target t = next_target();
     if (t.where == slot::key) {
-      error = {"maps and sequences as keys are not supported", fy_event_start_mark(e)};
+      error = {"maps and sequences as keys are not supported", mark_of(e)};
       return false;
     }
     if (stack_.size() >= max_nesting_depth) {
-      error = {"nesting deeper than " + std::to_string(max_nesting_depth) + " levels", fy_event_start_mark(e)};
+      error = {"nesting deeper than " + std::to_string(max_nesting_depth) + " levels", mark_of(e)};
       return false;
     }
     r_.nodes[t.id].type |= (is_map ? MAP : SEQ) | OPEN;
@@ -341,7 +374,7 @@ private:
     const std::string anchor_name(name != nullptr ? name : "", name != nullptr ? length : 0);
     const auto found = anchors_.find(anchor_name);
     if (found == anchors_.end()) {
-      error = {"unknown anchor '" + anchor_name + "'", fy_event_start_mark(e)};
+      error = {"unknown anchor '" + anchor_name + "'", alias_mark(e)};
       return false;
     }
     const anchor_ref a = found->second;
@@ -356,19 +389,28 @@ private:
       return true;
     }
     if (t.where == slot::key) {
-      error = {"maps and sequences as keys are not supported", fy_event_start_mark(e)};
+      error = {"maps and sequences as keys are not supported", mark_of(e)};
       return false;
     }
     if ((r_.nodes[a.id].type & OPEN) != 0) {
-      error = {"alias '" + anchor_name + "' refers to a node that contains it", fy_event_start_mark(e)};
+      error = {"alias '" + anchor_name + "' refers to a node that contains it", alias_mark(e)};
       return false;
     }
     if (!copy_subtree(a.id, t.id)) {
-      error = {"aliases expand to more than " + std::to_string(max_alias_nodes) + " nodes",
-               fy_event_start_mark(e)};
+      error = {"aliases expand to more than " + std::to_string(max_alias_nodes) + " nodes", mark_of(e)};
       return false;
     }
     return true;
+  }
+
+  // libfyaml marks an alias at its name; the fault is reported at its '*'.
+  fy_mark alias_mark(fy_event* e) const noexcept {
+    fy_mark m = mark_of(e);
+    if (m.input_pos > 0 && m.column > 0 && text_begin_[m.input_pos - 1] == '*') {
+      --m.input_pos;
+      --m.column;
+    }
+    return m;
   }
 
   // Copies the children of `src` under `dst` with a work list; the anchored
@@ -466,11 +508,9 @@ bool read_into(tree& t, std::string_view source_name, std::string_view text, con
       break;
     }
     if (!build.on_event(event.get(), error)) {
-      const fy_mark* m = error.mark;
-      const location loc = m != nullptr ? location{source_name, m->input_pos, static_cast<std::size_t>(m->line) + 1,
-                                                   static_cast<std::size_t>(m->column) + 1}
-                                        : location{source_name, 0, 1, 1};
-      return fail_at(error.message, loc);
+      const fy_mark& m = error.mark;
+      return fail_at(error.message, location{source_name, m.input_pos, static_cast<std::size_t>(m.line) + 1,
+                                             static_cast<std::size_t>(m.column) + 1});
     }
   }
   if (!fy_parser_get_stream_error(parser.get())) {

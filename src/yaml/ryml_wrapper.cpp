@@ -180,7 +180,9 @@ void ryml_wrapper::parse_value() {
 bool ryml_wrapper::is_valid() const { return addresses_node(d_); }
 bool ryml_wrapper::is_array() const { return addresses_node(d_) && (flags_of(d_) & SEQ) != 0; }
 bool ryml_wrapper::is_object() const { return addresses_node(d_) && (flags_of(d_) & MAP) != 0; }
-bool ryml_wrapper::is_structured() const { return addresses_node(d_) && (flags_of(d_) & container_bits) != 0; }
+bool ryml_wrapper::is_structured() const {
+  return addresses_node(d_) && (flags_of(d_) & container_bits) != 0;
+}
 bool ryml_wrapper::is_primitive() const { return has_val(d_); }
 bool ryml_wrapper::is_null() const { return has_val(d_) && d_->t->val(d_->node.id()).data() == nullptr; }
 bool ryml_wrapper::is_boolean() const { return has_val(d_) && d_->value_kind == kind_bool; }

@@ -32,7 +32,9 @@ std::string_view trim(std::string_view s) noexcept {
   return s.substr(first, s.find_last_not_of(blanks) - first + 1);
 }
 
-bool has_hex_prefix(std::string_view s) noexcept { return s.size() >= 2 && s[0] == '0' && (s[1] == 'x' || s[1] == 'X'); }
+bool has_hex_prefix(std::string_view s) noexcept {
+  return s.size() >= 2 && s[0] == '0' && (s[1] == 'x' || s[1] == 'X');
+}
 
 bool parse_hex_float(std::string_view s, double& out) noexcept {
   double mantissa = 0;
@@ -136,7 +138,8 @@ bool parse_float(std::string_view s, double& out) noexcept {
     return true;
   }
   double v = 0;
-  const auto result = fast_float::from_chars(s.data(), s.data() + s.size(), v, fast_float::chars_format::general);
+  const auto result =
+      fast_float::from_chars(s.data(), s.data() + s.size(), v, fast_float::chars_format::general);
   if (result.ec != std::errc()) {
     return false;
   }

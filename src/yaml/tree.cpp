@@ -188,7 +188,9 @@ std::size_t tree::size() const noexcept { return d_->nodes.size(); }
 std::size_t tree::arena_size() const noexcept { return d_->arena.size(); }
 const callbacks& tree::get_callbacks() const noexcept { return d_->cb; }
 
-node_type tree::type(std::size_t id) const noexcept { return d_->contains(id) ? d_->at(id).type & ~OPEN : NOTYPE; }
+node_type tree::type(std::size_t id) const noexcept {
+  return d_->contains(id) ? d_->at(id).type & ~OPEN : NOTYPE;
+}
 
 std::string_view tree::key(std::size_t id) const noexcept {
   if (!d_->contains(id)) {

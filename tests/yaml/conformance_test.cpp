@@ -144,7 +144,8 @@ events expected_events(const std::string& text, bool& has_tags, bool& has_comple
       note_node(false);
       const std::size_t start = out.size();
       const bool plain_empty = rest == ":";
-      out.push_back(scalar_event(plain_empty, unescape_event_text(rest.substr(std::min<std::size_t>(1, rest.size())))));
+      out.push_back(
+          scalar_event(plain_empty, unescape_event_text(rest.substr(std::min<std::size_t>(1, rest.size())))));
       if (!anchor.empty()) {
         anchored[anchor] = events(out.begin() + static_cast<long>(start), out.end());
       }
@@ -281,7 +282,8 @@ outcome run_case(const fs::path& dir, const std::string& id) {
   bool has_complex_key = false;
   const events expected = expected_events(slurp(dir / "test.event"), has_tags, has_complex_key);
   if (!errors.empty()) {
-    if (has_complex_key && errors[0].find("maps and sequences as keys are not supported") != std::string::npos) {
+    if (has_complex_key &&
+        errors[0].find("maps and sequences as keys are not supported") != std::string::npos) {
       o.pass = true;
       o.complex_key_refused = true;
       return o;
@@ -317,7 +319,8 @@ outcome run_case(const fs::path& dir, const std::string& id) {
       got.push_back(to_json(t, t.root_id()));
     }
     if (!want.empty() && got != want) {
-      o.reason = "JSON differs: got " + nlohmann::json(got).dump() + ", expected " + nlohmann::json(want).dump();
+      o.reason =
+          "JSON differs: got " + nlohmann::json(got).dump() + ", expected " + nlohmann::json(want).dump();
       return o;
     }
   }
@@ -337,7 +340,8 @@ std::vector<std::pair<fs::path, std::string>> suite_cases(const fs::path& root) 
     }
     for (const auto& sub : fs::directory_iterator(entry.path())) {
       if (sub.is_directory() && fs::exists(sub.path() / "in.yaml")) {
-        cases.emplace_back(sub.path(), entry.path().filename().string() + "/" + sub.path().filename().string());
+        cases.emplace_back(sub.path(),
+                           entry.path().filename().string() + "/" + sub.path().filename().string());
       }
     }
   }
@@ -348,8 +352,7 @@ std::vector<std::pair<fs::path, std::string>> suite_cases(const fs::path& root) 
 // Cases the reader gets wrong, each with the reason; a case failing that is
 // not listed here fails the test, and so does a listed case that passes.
 const std::map<std::string, std::string>& known_failures() {
-  static const std::map<std::string, std::string> list = {
-  };
+  static const std::map<std::string, std::string> list = {};
   return list;
 }
 
