@@ -272,14 +272,29 @@ private:
   // One-line scalars without escapes are their source bytes: those are
   // viewed in place (the source is in the arena) without asking libfyaml
   // for the text, which would allocate a copy of most values.
-  static bool needs_rewrite(std::string_view range, fy_scalar_style style) noexcept {
+  static bool needs_rewrite(std::string_view range, fy_scalar_style style, bool& has_quote) noexcept {
+    has_quote = false;
     for (char c : range) {
-      if (c == '\n' || c == '\r' || (c == '\'' && style == FYSS_SINGLE_QUOTED) ||
-          (c == '\\' && style == FYSS_DOUBLE_QUOTED)) {
+      if (c == '\n' || c == '\r' || (c == '\\' && style == FYSS_DOUBLE_QUOTED)) {
         return true;
       }
+      has_quote |= c == '\'' && style == FYSS_SINGLE_QUOTED;
     }
     return false;
+  }
+
+  // A one-line single-quoted scalar only escapes its quotes by doubling
+  // them. Done here: libfyaml 0.7.12 loses a buffer on some of these.
+  std::string_view unquote_single(std::string_view range) {
+    char* out = r_.arena.alloc(range.size());
+    std::size_t n = 0;
+    for (std::size_t i = 0; i < range.size(); ++i) {
+      out[n++] = range[i];
+      if (range[i] == '\'' && i + 1 < range.size() && range[i + 1] == '\'') {
+        ++i;
+      }
+    }
+    return {out, n};
   }
 
   std::string_view scalar_text(fy_token* token, fy_scalar_style style) {
@@ -291,11 +306,12 @@ private:
       if (start != nullptr && end != nullptr && start->input_pos <= end->input_pos &&
           end->input_pos <= size) {
         const std::string_view range(text_begin_ + start->input_pos, end->input_pos - start->input_pos);
-        if (!needs_rewrite(range, style)) {
+        bool has_quote = false;
+        if (!needs_rewrite(range, style, has_quote)) {
           if (range.empty()) {
             return plain ? std::string_view() : std::string_view(empty_text, 0);
           }
-          return range;
+          return has_quote ? unquote_single(range) : range;
         }
       }
     }

@@ -271,10 +271,12 @@ spec:
 
 TEST(YamlRead, NonAsciiTextAndEscapes) {
   const ryml_wrapper h = read_ok(
-      "name: Zoë\ncity: 東京\n\"clé\": \"caf\\u00e9 \\U0001F600\"\nemoji: 🚀 launch\nsingle: 'it''s'\n");
+      "name: Zoë\ncity: 東京\n\"clé\": \"caf\\u00e9 \\U0001F600\"\nemoji: 🚀 launch\nsingle: 'it''s'\nquotes: "
+      "''''''''\n");
   EXPECT_EQ(h["name"].as<std::string>(), "Zoë");
   EXPECT_EQ(h["city"].as<std::string>(), "東京");
   EXPECT_EQ(h["clé"].as<std::string>(), "café 😀");
   EXPECT_EQ(h["emoji"].as<std::string>(), "🚀 launch");
   EXPECT_EQ(h["single"].as<std::string>(), "it's");
+  EXPECT_EQ(h["quotes"].as<std::string>(), "'''") << "doubled quotes in a one-line scalar";
 }
