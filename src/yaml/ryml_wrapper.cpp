@@ -32,8 +32,14 @@ bool has_val(const ryml_wrapper::pimpl* d) noexcept { return addresses_node(d) &
 constexpr node_type container_bits = MAP | SEQ | 32;
 
 // Gives up one share: the last owner frees the tree and stores 1 back
-// into the counter, which therefore outlives the tree.
+// into the counter, which therefore outlives the tree. A handle without a
+// tree (cleared, or empty from a lookup) holds no share: releasing again
+// would take another handle's share away and free the tree under it.
 void release_share(ryml_wrapper::pimpl& d) noexcept {
+  if (d.t == nullptr) {
+    d.node = node_ref();
+    return;
+  }
   if (d.share_count->fetch_sub(1, std::memory_order_seq_cst) - 1 == 0) {
     delete d.t;
     d.share_count->store(1, std::memory_order_seq_cst);
@@ -68,11 +74,9 @@ void copy_share(ryml_wrapper::pimpl& d, const ryml_wrapper::pimpl& src) {
 }
 
 // The result of a lookup that does not apply: no tree, a counter of its own.
-ryml_wrapper empty_handle() {
-  ryml_wrapper h;
-  h.clear();
-  return h;
-}
+// The same state as a default handle released at once, without building
+// a tree only to free it.
+ryml_wrapper empty_handle() { return ryml_wrapper(nullptr, node_ref(), details::new_share_counter(0)); }
 
 }  // namespace
 

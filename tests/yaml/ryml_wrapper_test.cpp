@@ -193,6 +193,27 @@ TEST(YamlHandle, HandlesFromIndexingShareTheTreeAndItsCounter) {
   }
   EXPECT_EQ(doc.use_count(), 1);
 
+  // A cleared handle holds no share any more: dropping it later must not
+  // take one from the handles still on the tree.
+  {
+    ryml_wrapper a = doc["a"];
+    ryml_wrapper b = doc["b"];
+    a.clear();
+    a.clear();
+    EXPECT_EQ(doc.use_count(), 2);
+  }
+  EXPECT_EQ(doc.use_count(), 1);
+  {
+    ryml_wrapper a = doc["a"];
+    a.clear();
+    const ryml_wrapper b = doc["b"];
+    a = b;
+    EXPECT_EQ(doc.use_count(), 2) << "copy assignment takes a tree of its own";
+    EXPECT_EQ(a.use_count(), 1);
+    EXPECT_TRUE(a.is_array());
+  }
+  EXPECT_EQ(doc.use_count(), 1);
+
   // The tree lives while any handle on it does.
   ryml_wrapper y = doc["b"][1];
   doc.clear();
