@@ -4,8 +4,13 @@
 
 #include "yaml/ryml_wrapper_pimpl.hpp"
 
-#include <gtest/gtest.h>
+#include "support/test_support.hpp"
 
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -279,4 +284,23 @@ TEST(YamlRead, NonAsciiTextAndEscapes) {
   EXPECT_EQ(h["emoji"].as<std::string>(), "🚀 launch");
   EXPECT_EQ(h["single"].as<std::string>(), "it's");
   EXPECT_EQ(h["quotes"].as<std::string>(), "'''") << "doubled quotes in a one-line scalar";
+}
+
+TEST(YamlRead, ParserDiagnosticsAreNotPrinted) {
+  norvane::test::temp_dir dir;
+  const auto path = dir / "stderr.txt";
+  std::fflush(stderr);
+  const int saved = ::dup(2);
+  const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  ASSERT_GE(file, 0);
+  ::dup2(file, 2);
+  std::vector<std::string> errors;
+  const bool valid = read_yaml("a: [1, 2\nb: \"open\n\tc: {", errors).is_valid();
+  std::fflush(stderr);
+  ::dup2(saved, 2);
+  ::close(saved);
+  ::close(file);
+  EXPECT_FALSE(valid);
+  EXPECT_EQ(errors.size(), 1u);
+  EXPECT_EQ(norvane::test::read_file(path), "");
 }
