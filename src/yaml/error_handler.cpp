@@ -7,14 +7,16 @@
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
+#include <string>
 
 namespace norvane::yaml {
 
 namespace {
 
 void default_error(const char* message, std::size_t length, location loc, void* /*user_data*/) {
-  std::fprintf(stderr, "%.*s:%zu:%zu (%zuB): %.*s\n", static_cast<int>(loc.name.size()), loc.name.data(),
-               loc.line, loc.col, loc.offset, static_cast<int>(length), message);
+  const std::string text = fmt::format("{}:{}:{} ({}B): {}", loc.name, loc.line, loc.col, loc.offset,
+                                       std::string_view(message != nullptr ? message : "", length));
+  std::fprintf(stderr, "%s\n", text.c_str());
   std::abort();
 }
 
