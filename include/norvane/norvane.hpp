@@ -7,3 +7,4 @@
 #include <norvane/status.hpp>
 #include <norvane/strings.hpp>
 #include <norvane/system_info.hpp>
+#include <norvane/yaml.hpp>

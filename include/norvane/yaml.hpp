@@ -1,0 +1,365 @@
+// Read access to YAML documents: a tree of nodes that owns its text, a
+// reference-counted handle on one node with cheap typed queries, and
+// read_yaml, which turns text into a handle and parse errors into strings
+// that carry the position of the fault.
+#pragma once
+
+#include <norvane/export.hpp>
+
+#include <atomic>
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+namespace norvane::yaml {
+
+// "No node": the id of a missing parent, child or sibling, and an unset seed index.
+inline constexpr std::size_t npos = static_cast<std::size_t>(-1);
+
+// Node type bits. A map entry is one node carrying both KEY and VAL (or KEY
+// and MAP/SEQ); several documents hang as DOC children of a STREAM root.
+using node_type = std::uint32_t;
+inline constexpr node_type NOTYPE = 0;
+inline constexpr node_type KEY = 1;
+inline constexpr node_type VAL = 2;
+inline constexpr node_type MAP = 4;
+inline constexpr node_type SEQ = 8;
+inline constexpr node_type DOC = 16;
+inline constexpr node_type STREAM = 32 | SEQ;
+inline constexpr node_type KEYQUO = 0x0400;  // the key was quoted or a block scalar in the source
+inline constexpr node_type VALQUO = 0x0800;  // the value was quoted or a block scalar in the source
+inline constexpr node_type KEYNIL = 0x1000;
+inline constexpr node_type VALNIL = 0x2000;  // the value is an explicit null: empty, ~, null, Null, NULL
+
+// Where a parse error was found. Line and column count from 1; the name
+// is the source name given to the parser ("file" for read_yaml).
+struct location {
+  std::string_view name;
+  std::size_t offset = 0;
+  std::size_t line = 0;
+  std::size_t col = 0;
+};
+
+// The process-wide error reporting of the YAML machinery. The error
+// function should not return (it throws or ends the process); if it does,
+// the operation that raised the error gives up.
+using error_fn = void (*)(const char* message, std::size_t length, location loc, void* user_data);
+
+struct callbacks {
+  void* user_data = nullptr;
+  error_fn error = nullptr;
+};
+
+// The library's own set: its error function prints the message on standard
+// error and aborts the process.
+NORVANE_API callbacks default_callbacks();
+// Installs `cb` for the whole process; a set without an error function
+// installs the defaults. No lock: callers serialise YAML work.
+NORVANE_API void set_callbacks(const callbacks& cb);
+NORVANE_API callbacks get_callbacks();
+
+// A YAML document as a pool of nodes addressed by id (the root is id 0) and
+// an arena that owns every scalar's text. Scalars are views: a null data
+// pointer means the scalar is absent (a key-less node, a null value).
+// Copying a tree copies its nodes and text.
+class NORVANE_API tree {
+public:
+  struct record;
+
+  // An empty tree holding only its root (no type bits). Errors raised on
+  // this tree later go through the callbacks installed now.
+  tree();
+  explicit tree(const callbacks& cb);
+  tree(const tree& other);
+  tree& operator=(const tree& other);
+  tree(tree&& other) noexcept;
+  tree& operator=(tree&& other) noexcept;
+  ~tree();
+
+  // Back to a lone root without type bits; the arena is released.
+  void clear();
+
+  std::size_t root_id() const noexcept { return 0; }
+  std::size_t size() const noexcept;        // number of nodes, root included
+  std::size_t arena_size() const noexcept;  // bytes of text owned
+  const callbacks& get_callbacks() const noexcept;
+
+  node_type type(std::size_t id) const noexcept;
+  bool has_any(std::size_t id, node_type bits) const noexcept { return (type(id) & bits) != 0; }
+  std::string_view key(std::size_t id) const noexcept;
+  std::string_view val(std::size_t id) const noexcept;
+
+  std::size_t parent(std::size_t id) const noexcept;
+  std::size_t first_child(std::size_t id) const noexcept;
+  std::size_t last_child(std::size_t id) const noexcept;
+  std::size_t next_sibling(std::size_t id) const noexcept;
+  std::size_t num_children(std::size_t id) const noexcept;
+  // The child at `pos`, or npos; walks the siblings.
+  std::size_t child(std::size_t id, std::size_t pos) const noexcept;
+  // The first child whose key equals `key`, or npos.
+  std::size_t find_child(std::size_t id, std::string_view key) const noexcept;
+
+  // Appends a new child without type bits and returns its id. Ids stay
+  // valid; references into the pool do not.
+  std::size_t append_child(std::size_t parent);
+  // Scalars are stored as given: pass views into the arena (or text that
+  // outlives the tree). A null data pointer stores an absent scalar.
+  void set_key(std::size_t id, std::string_view key);
+  void set_val(std::size_t id, std::string_view val);
+  void add_flags(std::size_t id, node_type bits) noexcept;
+  void set_flags(std::size_t id, node_type bits) noexcept;
+
+  // Copies `text` into the arena; the view stays valid for the tree's life.
+  std::string_view copy_to_arena(std::string_view text);
+  // Reserves `length` bytes of the arena for the caller to fill.
+  char* alloc_arena(std::size_t length);
+
+  record& rec() noexcept { return *d_; }
+  const record& rec() const noexcept { return *d_; }
+
+private:
+  record* d_;
+};
+
+// A reference to a node of a tree, or to a child that does not exist yet
+// (a "seed": a key or a child index under the node `id`). Writing through
+// a seed creates that child.
+class NORVANE_API node_ref {
+public:
+  node_ref() = default;
+  node_ref(tree* t, std::size_t id) noexcept : tree_(t), id_(id) {}
+  node_ref(tree* t, std::size_t id, std::string_view seed_key) noexcept
+      : tree_(t), id_(id), seed_key_(seed_key) {}
+  node_ref(tree* t, std::size_t id, std::size_t seed_index) noexcept
+      : tree_(t), id_(id), seed_index_(seed_index) {}
+
+  tree* get_tree() const noexcept { return tree_; }
+  std::size_t id() const noexcept { return id_; }
+  std::string_view seed_key() const noexcept { return seed_key_; }
+  std::size_t seed_index() const noexcept { return seed_index_; }
+
+  bool is_seed() const noexcept { return seed_key_.data() != nullptr || seed_index_ != npos; }
+  // True when this addresses an existing node rather than a seed or nothing.
+  bool readable() const noexcept { return tree_ != nullptr && id_ != npos && !is_seed(); }
+
+  // Creates the seeded child (a key seed gets the seed view as its key) and
+  // addresses it; nothing for a reference that is not a seed.
+  void apply_seed();
+
+private:
+  tree* tree_ = nullptr;
+  std::size_t id_ = npos;
+  std::string_view seed_key_;
+  std::size_t seed_index_ = npos;
+};
+
+// A reference-counted handle on one node of a tree. Handles taken from one
+// another share the tree and one counter; the last one frees the tree. The
+// scalar is classified once, when the handle binds its node (integer,
+// float, boolean or string), so queries are cheap; writing through a handle
+// does not reclassify it, a fresh handle does.
+class NORVANE_API ryml_wrapper {
+public:
+  struct pimpl;
+
+  // A new empty tree of its own, addressing its root.
+  ryml_wrapper();
+  // Joins the share on `t` held through `count` and adds one to it.
+  ryml_wrapper(tree* t, node_ref node, std::atomic<long>* count);
+  // Copying deep-copies the tree into a new share of its own; the node id
+  // is kept, so it addresses the same place in the copy.
+  ryml_wrapper(const ryml_wrapper& other);
+  // Like the copy constructor, but the cached classification is copied too.
+  ryml_wrapper& operator=(const ryml_wrapper& other);
+  // The source is left empty: it may only be destroyed or assigned to.
+  ryml_wrapper(ryml_wrapper&& other) noexcept;
+  ryml_wrapper& operator=(ryml_wrapper&& other) noexcept;
+  ~ryml_wrapper();
+
+  // Gives up this handle's share of the tree: not valid afterwards.
+  void clear();
+  long use_count() const;
+
+  bool is_valid() const;
+  bool is_array() const;
+  bool is_object() const;
+  bool is_null() const;  // a value whose text is absent; also is_string
+  bool is_boolean() const;
+  bool is_number() const;
+  bool is_number_float() const;
+  bool is_number_integer() const;
+  bool is_number_unsigned() const;
+  bool is_string() const;
+  bool is_primitive() const;
+  bool is_structured() const;
+  // True for a value that is neither absent nor an explicit null ("~").
+  bool has_value() const;
+
+  // Children of a map, sequence or stream; 1 for a scalar; 0 for a null
+  // value or an invalid handle.
+  std::size_t size() const;
+  std::string_view key() const;
+
+  // Missing children give a seed (not valid until written) from the
+  // non-const forms and an empty handle from the const ones. A key seed
+  // keeps the caller's view: the written key refers to that text, which
+  // must outlive the tree.
+  ryml_wrapper operator[](std::size_t index);
+  ryml_wrapper operator[](std::size_t index) const;
+  ryml_wrapper operator[](std::string_view key);
+  ryml_wrapper operator[](std::string_view key) const;
+  ryml_wrapper operator[](const char* key) { return (*this)[std::string_view(key)]; }
+  ryml_wrapper operator[](const char* key) const { return (*this)[std::string_view(key)]; }
+  // `doc[0]` would otherwise be ambiguous between an index and a null key.
+  template <std::integral I>
+  requires(!std::same_as<I, std::size_t> && !std::same_as<I, bool>) ryml_wrapper operator[](I index) {
+    return (*this)[static_cast<std::size_t>(index)];
+  }
+  template <std::integral I>
+  requires(!std::same_as<I, std::size_t> && !std::same_as<I, bool>) ryml_wrapper operator[](I index) const {
+    return (*this)[static_cast<std::size_t>(index)];
+  }
+
+  // Writes a value into the node (creating a seeded child first).
+  void assign_primitive_impl(bool value);
+  void assign_primitive_impl(long long value);
+  void assign_primitive_impl(double value);
+  void assign_primitive_impl(std::string_view value);
+
+  // Reads the value; the target stays untouched when the kind does not
+  // fit. Integers from floats truncate toward zero and saturate. The
+  // string form reads the text itself and raises "could not deserialize
+  // value" on an explicit null such as "~", which ends the process: use
+  // value_or or get for everyday reads.
+  void extract_primitive_impl(bool& out) const;
+  void extract_primitive_impl(std::string& out) const noexcept;
+  void extract_primitive_impl(long long& out) const;
+  void extract_primitive_impl(double& out) const;
+  void extract_primitive_impl(ryml_wrapper& out) const;
+
+  // Classifies the node's scalar again.
+  void parse_value();
+
+  // Typed reads: a missing node, a null value or a value of another kind
+  // gives an empty optional. Integers that do not fit T are absent too.
+  template <typename T>
+  std::optional<T> get() const;
+  template <typename T>
+  T value_or(T fallback) const {
+    auto v = get<T>();
+    return v ? std::move(*v) : std::move(fallback);
+  }
+  // T's default value when get<T>() is empty.
+  template <typename T>
+  T as() const {
+    return value_or<T>(T{});
+  }
+
+  // Typed writes: `doc["port"] = 8080;` writes into the shared tree.
+  template <typename T>
+  requires std::is_arithmetic_v<T> || std::is_convertible_v<const T&, std::string_view> ryml_wrapper&
+  operator=(const T& value) {
+    if constexpr (std::is_same_v<T, bool>) {
+      assign_primitive_impl(value);
+    } else if constexpr (std::is_integral_v<T>) {
+      assign_primitive_impl(static_cast<long long>(value));
+    } else if constexpr (std::is_floating_point_v<T>) {
+      assign_primitive_impl(static_cast<double>(value));
+    } else {
+      assign_primitive_impl(std::string_view(value));
+    }
+    return *this;
+  }
+
+  pimpl* impl() const noexcept { return d_; }
+
+private:
+  pimpl* d_;
+};
+
+template <typename T>
+std::optional<T> ryml_wrapper::get() const {
+  if constexpr (std::is_same_v<T, bool>) {
+    if (!is_boolean()) {
+      return std::nullopt;
+    }
+    bool b = false;
+    extract_primitive_impl(b);
+    return b;
+  } else if constexpr (std::is_integral_v<T>) {
+    if (!is_number()) {
+      return std::nullopt;
+    }
+    long long v = 0;
+    extract_primitive_impl(v);
+    if constexpr (std::is_unsigned_v<T>) {
+      if (v < 0 || static_cast<unsigned long long>(v) > std::numeric_limits<T>::max()) {
+        return std::nullopt;
+      }
+    } else {
+      if (v < std::numeric_limits<T>::min() || v > std::numeric_limits<T>::max()) {
+        return std::nullopt;
+      }
+    }
+    return static_cast<T>(v);
+  } else if constexpr (std::is_floating_point_v<T>) {
+    if (!is_number()) {
+      return std::nullopt;
+    }
+    double v = 0;
+    extract_primitive_impl(v);
+    return static_cast<T>(v);
+  } else if constexpr (std::is_same_v<T, std::string>) {
+    if (!has_value()) {
+      return std::nullopt;
+    }
+    std::string s;
+    extract_primitive_impl(s);
+    return s;
+  } else {
+    static_assert(std::is_same_v<T, ryml_wrapper>, "get<T>: T is bool, an arithmetic type or std::string");
+    if (!is_valid()) {
+      return std::nullopt;
+    }
+    return *this;
+  }
+}
+
+// Turns the library's error reports into exceptions while installed.
+class NORVANE_API ErrorHandler {
+public:
+  // Throws std::runtime_error with "NAME:LINE:COL (OFFSETB): message".
+  [[noreturn]] static void on_error(const char* message, std::size_t length, location loc);
+  [[noreturn]] static void s_error(const char* message, std::size_t length, location loc, void* user_data);
+  // The throwing set: s_error as its error function, no user data.
+  static yaml::callbacks callbacks();
+};
+
+// Installs the throwing error function for its lifetime. On destruction it
+// installs the library's defaults, not what was there before: nesting is
+// not supported.
+class NORVANE_API ScopedErrorHandler {
+public:
+  ScopedErrorHandler();
+  ~ScopedErrorHandler();
+  ScopedErrorHandler(const ScopedErrorHandler&) = delete;
+  ScopedErrorHandler& operator=(const ScopedErrorHandler&) = delete;
+
+private:
+  callbacks saved_;
+};
+
+// Parses `text` (copied, so the caller's buffer may go) and returns a
+// handle on the root: one document is the root itself, several hang under
+// a STREAM root. A bad document gives an invalid handle and appends one
+// entry "file:LINE:COL (OFFSETB): message" to `errors`; earlier entries
+// stay. The library's default callbacks are in force afterwards.
+NORVANE_API ryml_wrapper read_yaml(std::string_view text, std::vector<std::string>& errors);
+
+}  // namespace norvane::yaml

@@ -1,0 +1,374 @@
+// The reference-counted node handle: sharing, deep copies, classification,
+// queries, indexing, and reading and writing primitive values.
+#include "yaml/ryml_wrapper_pimpl.hpp"
+
+#include "yaml/scalar_kind.hpp"
+#include "yaml/tree_record.hpp"
+
+#include <charconv>
+#include <cmath>
+#include <limits>
+
+namespace norvane::yaml {
+
+namespace {
+
+constexpr std::uint32_t kind_none = 0;
+constexpr std::uint32_t kind_bool = 1;
+constexpr std::uint32_t kind_int = 2;
+constexpr std::uint32_t kind_float = 3;
+constexpr std::uint32_t kind_string = 4;
+
+// Queries read through the handle's own tree; the node reference carries
+// only the id and the seed.
+bool addresses_node(const ryml_wrapper::pimpl* d) noexcept {
+  return d != nullptr && d->t != nullptr && d->node.readable() && d->node.id() < d->t->size();
+}
+
+node_type flags_of(const ryml_wrapper::pimpl* d) noexcept { return d->t->type(d->node.id()); }
+
+bool has_val(const ryml_wrapper::pimpl* d) noexcept { return addresses_node(d) && (flags_of(d) & VAL) != 0; }
+
+constexpr node_type container_bits = MAP | SEQ | 32;
+
+// Gives up one share: the last owner frees the tree and stores 1 back
+// into the counter, which therefore outlives the tree. A handle without a
+// tree (cleared, or empty from a lookup) holds no share: releasing again
+// would take another handle's share away and free the tree under it.
+void release_share(ryml_wrapper::pimpl& d) noexcept {
+  if (d.t == nullptr) {
+    d.node = node_ref();
+    return;
+  }
+  if (d.share_count->fetch_sub(1, std::memory_order_seq_cst) - 1 == 0) {
+    delete d.t;
+    d.share_count->store(1, std::memory_order_seq_cst);
+  }
+  d.node = node_ref();
+  d.t = nullptr;
+}
+
+void free_counter_if_unused(ryml_wrapper::pimpl& d) noexcept {
+  if (d.share_count->load(std::memory_order_seq_cst) <= 0) {
+    details::free_share_counter(d.share_count);
+    d.share_count = nullptr;
+  }
+}
+
+node_ref rebind(const node_ref& n, tree* t) noexcept {
+  if (n.seed_key().data() != nullptr) {
+    return node_ref(t, n.id(), n.seed_key());
+  }
+  if (n.seed_index() != npos) {
+    return node_ref(t, n.id(), n.seed_index());
+  }
+  return n.get_tree() == nullptr ? node_ref() : node_ref(t, n.id());
+}
+
+// Takes a deep copy of the source's tree as a new share of its own. The
+// node keeps its id (and seed), which addresses the same place in the copy.
+void copy_share(ryml_wrapper::pimpl& d, const ryml_wrapper::pimpl& src) {
+  d.t = src.t != nullptr ? new tree(*src.t) : nullptr;
+  d.share_count = details::new_share_counter(1);
+  d.node = d.t != nullptr ? rebind(src.node, d.t) : node_ref();
+}
+
+// The result of a lookup that does not apply: no tree, a counter of its own.
+// The same state as a default handle released at once, without building
+// a tree only to free it.
+ryml_wrapper empty_handle() { return ryml_wrapper(nullptr, node_ref(), details::new_share_counter(0)); }
+
+}  // namespace
+
+ryml_wrapper::ryml_wrapper() : d_(new pimpl) {
+  d_->t = new tree();
+  d_->node = node_ref(d_->t, d_->t->root_id());
+  d_->share_count = details::new_share_counter(1);
+}
+
+ryml_wrapper::ryml_wrapper(tree* t, node_ref node, std::atomic<long>* count) : d_(new pimpl) {
+  d_->t = t;
+  d_->node = node;
+  d_->share_count = count;
+  parse_value();
+  d_->incr();
+}
+
+ryml_wrapper::ryml_wrapper(const ryml_wrapper& other) : d_(new pimpl) {
+  if (other.d_ == nullptr) {
+    d_->share_count = details::new_share_counter(1);
+    return;
+  }
+  copy_share(*d_, *other.d_);
+  parse_value();
+}
+
+ryml_wrapper& ryml_wrapper::operator=(const ryml_wrapper& other) {
+  if (this == &other) {
+    return *this;
+  }
+  if (d_ == nullptr) {
+    d_ = new pimpl;
+  } else {
+    release_share(*d_);
+    free_counter_if_unused(*d_);
+  }
+  if (other.d_ == nullptr) {
+    d_->share_count = details::new_share_counter(1);
+    d_->value_kind = kind_none;
+    return *this;
+  }
+  copy_share(*d_, *other.d_);
+  d_->value = other.d_->value;
+  d_->value_kind = other.d_->value_kind;
+  return *this;
+}
+
+ryml_wrapper::ryml_wrapper(ryml_wrapper&& other) noexcept : d_(other.d_) { other.d_ = nullptr; }
+
+ryml_wrapper& ryml_wrapper::operator=(ryml_wrapper&& other) noexcept {
+  std::swap(d_, other.d_);
+  return *this;
+}
+
+ryml_wrapper::~ryml_wrapper() {
+  if (d_ == nullptr) {
+    return;
+  }
+  release_share(*d_);
+  free_counter_if_unused(*d_);
+  delete d_;
+}
+
+void ryml_wrapper::clear() {
+  if (d_ != nullptr) {
+    release_share(*d_);
+  }
+}
+
+long ryml_wrapper::use_count() const {
+  return d_ != nullptr && d_->share_count != nullptr ? d_->share_count->load(std::memory_order_seq_cst) : 0;
+}
+
+void ryml_wrapper::parse_value() {
+  if (d_ == nullptr) {
+    return;
+  }
+  d_->value = pimpl::cached_value{};
+  d_->value_kind = kind_none;
+  if (!has_val(d_)) {
+    return;
+  }
+  const details::scalar_value v = details::classify(d_->t->val(d_->node.id()));
+  switch (v.kind) {
+    case details::scalar_kind::boolean:
+      d_->value.b = v.b;
+      break;
+    case details::scalar_kind::integer:
+      d_->value.i = v.i;
+      break;
+    case details::scalar_kind::floating:
+      d_->value.f = v.f;
+      break;
+    case details::scalar_kind::string: {
+      const std::string_view text = d_->t->val(d_->node.id());
+      d_->value.s = pimpl::text_view{text.data(), text.size()};
+      break;
+    }
+    case details::scalar_kind::none:
+      break;
+  }
+  d_->value_kind = static_cast<std::uint32_t>(v.kind);
+}
+
+bool ryml_wrapper::is_valid() const { return addresses_node(d_); }
+bool ryml_wrapper::is_array() const { return addresses_node(d_) && (flags_of(d_) & SEQ) != 0; }
+bool ryml_wrapper::is_object() const { return addresses_node(d_) && (flags_of(d_) & MAP) != 0; }
+bool ryml_wrapper::is_structured() const {
+  return addresses_node(d_) && (flags_of(d_) & container_bits) != 0;
+}
+bool ryml_wrapper::is_primitive() const { return has_val(d_); }
+bool ryml_wrapper::is_null() const { return has_val(d_) && d_->t->val(d_->node.id()).data() == nullptr; }
+bool ryml_wrapper::is_boolean() const { return has_val(d_) && d_->value_kind == kind_bool; }
+bool ryml_wrapper::is_number_integer() const { return has_val(d_) && d_->value_kind == kind_int; }
+bool ryml_wrapper::is_number_unsigned() const {
+  return has_val(d_) && d_->value_kind == kind_int && d_->value.i >= 0;
+}
+bool ryml_wrapper::is_number_float() const { return has_val(d_) && d_->value_kind == kind_float; }
+bool ryml_wrapper::is_number() const {
+  return has_val(d_) && (d_->value_kind == kind_int || d_->value_kind == kind_float);
+}
+bool ryml_wrapper::is_string() const { return has_val(d_) && d_->value_kind == kind_string; }
+
+bool ryml_wrapper::has_value() const {
+  return has_val(d_) && d_->t->val(d_->node.id()).data() != nullptr && (flags_of(d_) & VALNIL) == 0;
+}
+
+std::size_t ryml_wrapper::size() const {
+  if (!addresses_node(d_)) {
+    return 0;
+  }
+  const node_type f = flags_of(d_);
+  if ((f & VAL) != 0 && d_->t->val(d_->node.id()).data() == nullptr) {
+    return 0;
+  }
+  if ((f & container_bits) == 0) {
+    return 1;
+  }
+  return d_->t->num_children(d_->node.id());
+}
+
+std::string_view ryml_wrapper::key() const {
+  if (!addresses_node(d_) || (flags_of(d_) & KEY) == 0) {
+    return {};
+  }
+  return d_->t->key(d_->node.id());
+}
+
+ryml_wrapper ryml_wrapper::operator[](std::size_t index) {
+  if (!addresses_node(d_) || (flags_of(d_) & container_bits) == 0) {
+    return empty_handle();
+  }
+  const std::size_t c = d_->t->child(d_->node.id(), index);
+  const node_ref target = c != npos ? node_ref(d_->t, c) : node_ref(d_->t, d_->node.id(), index);
+  return ryml_wrapper(d_->t, target, d_->share_count);
+}
+
+ryml_wrapper ryml_wrapper::operator[](std::size_t index) const {
+  if (!addresses_node(d_) || (flags_of(d_) & container_bits) == 0 ||
+      index >= d_->t->num_children(d_->node.id())) {
+    return empty_handle();
+  }
+  return ryml_wrapper(d_->t, node_ref(d_->t, d_->t->child(d_->node.id(), index)), d_->share_count);
+}
+
+ryml_wrapper ryml_wrapper::operator[](std::string_view key) {
+  if (!addresses_node(d_) || (flags_of(d_) & MAP) == 0) {
+    return empty_handle();
+  }
+  const std::size_t c = d_->t->find_child(d_->node.id(), key);
+  const node_ref target = c != npos ? node_ref(d_->t, c) : node_ref(d_->t, d_->node.id(), key);
+  return ryml_wrapper(d_->t, target, d_->share_count);
+}
+
+ryml_wrapper ryml_wrapper::operator[](std::string_view key) const {
+  if (!addresses_node(d_) || (flags_of(d_) & MAP) == 0) {
+    return empty_handle();
+  }
+  const std::size_t c = d_->t->find_child(d_->node.id(), key);
+  if (c == npos) {
+    return empty_handle();
+  }
+  return ryml_wrapper(d_->t, node_ref(d_->t, c), d_->share_count);
+}
+
+namespace {
+
+// Materialises a seed and stores `text` (already in the arena) as the
+// value. The cached classification is left alone on purpose.
+void write_value(ryml_wrapper::pimpl* d, std::string_view text) {
+  if (d == nullptr || d->t == nullptr || d->node.id() == npos) {
+    return;
+  }
+  d->node.apply_seed();
+  const std::size_t id = d->node.id();
+  d->t->set_val(id, text);
+  // A written value is never an explicit null any more.
+  d->t->set_flags(id, (d->t->type(id) | VAL) & ~VALNIL);
+}
+
+}  // namespace
+
+void ryml_wrapper::assign_primitive_impl(bool value) {
+  if (d_ == nullptr || d_->t == nullptr) {
+    return;
+  }
+  write_value(d_, d_->t->copy_to_arena(value ? "true" : "false"));
+}
+
+void ryml_wrapper::assign_primitive_impl(long long value) {
+  if (d_ == nullptr || d_->t == nullptr) {
+    return;
+  }
+  char buf[24];
+  const auto r = std::to_chars(buf, buf + sizeof buf, value);
+  write_value(d_, d_->t->copy_to_arena(std::string_view(buf, static_cast<std::size_t>(r.ptr - buf))));
+}
+
+void ryml_wrapper::assign_primitive_impl(double value) {
+  if (d_ == nullptr || d_->t == nullptr) {
+    return;
+  }
+  char buf[32];
+  const auto r = std::to_chars(buf, buf + sizeof buf, value);
+  write_value(d_, d_->t->copy_to_arena(std::string_view(buf, static_cast<std::size_t>(r.ptr - buf))));
+}
+
+void ryml_wrapper::assign_primitive_impl(std::string_view value) {
+  if (d_ == nullptr || d_->t == nullptr) {
+    return;
+  }
+  write_value(d_, d_->t->copy_to_arena(value));
+}
+
+void ryml_wrapper::extract_primitive_impl(bool& out) const {
+  if (d_ != nullptr && d_->value_kind == kind_bool) {
+    out = d_->value.b;
+  }
+}
+
+void ryml_wrapper::extract_primitive_impl(long long& out) const {
+  if (d_ == nullptr) {
+    return;
+  }
+  if (d_->value_kind == kind_int) {
+    out = d_->value.i;
+  } else if (d_->value_kind == kind_float) {
+    const double f = d_->value.f;
+    constexpr double limit = 9223372036854775808.0;  // 2^63
+    if (std::isnan(f)) {
+      return;
+    }
+    if (f >= limit) {
+      out = std::numeric_limits<long long>::max();
+    } else if (f <= -limit) {
+      out = std::numeric_limits<long long>::min();
+    } else {
+      out = static_cast<long long>(f);
+    }
+  }
+}
+
+void ryml_wrapper::extract_primitive_impl(double& out) const {
+  if (d_ == nullptr) {
+    return;
+  }
+  if (d_->value_kind == kind_float) {
+    out = d_->value.f;
+  } else if (d_->value_kind == kind_int) {
+    out = static_cast<double>(d_->value.i);
+  }
+}
+
+void ryml_wrapper::extract_primitive_impl(std::string& out) const noexcept {
+  if (!has_val(d_)) {
+    return;
+  }
+  const std::size_t id = d_->node.id();
+  const std::string_view text = d_->t->val(id);
+  if (!text.empty() && (flags_of(d_) & VALNIL) != 0) {
+    // Raising inside a function that must not throw: a throwing handler
+    // ends the process here, as the default handler does.
+    raise_error(d_->t->get_callbacks(), "could not deserialize value", location{});
+    return;
+  }
+  out.assign(text.data() != nullptr ? text.data() : "", text.size());
+}
+
+void ryml_wrapper::extract_primitive_impl(ryml_wrapper& out) const {
+  if (&out != this) {
+    out = *this;
+  }
+}
+
+}  // namespace norvane::yaml
