@@ -25,7 +25,7 @@ namespace details {
 NORVANE_API std::uint32_t next_event_type_id() noexcept;
 
 template <typename Event>
-std::uint32_t event_type_id() noexcept {
+[[gnu::always_inline]] inline std::uint32_t event_type_id() noexcept {
   static const std::uint32_t id = next_event_type_id();
   return id;
 }
@@ -255,7 +255,13 @@ private:
 
   template <auto Candidate, typename Type>
   static void call_bound(void* instance, Event& event) {
-    std::invoke(Candidate, *static_cast<Type*>(instance), event);
+    // Calling through the member pointer directly lets the compiler inline
+    // the listener here; through std::invoke it often does not.
+    if constexpr (std::is_member_function_pointer_v<decltype(Candidate)>) {
+      (static_cast<Type*>(instance)->*Candidate)(event);
+    } else {
+      std::invoke(Candidate, *static_cast<Type*>(instance), event);
+    }
   }
 
   handler_type* handler_;
@@ -275,7 +281,7 @@ class custom_dispatcher {
     std::shared_ptr<details::dispatcher_handler> handler;
   };
   using pool_allocator = typename alloc_traits::template rebind_alloc<pool>;
-  using index_allocator = typename alloc_traits::template rebind_alloc<std::uint32_t>;
+  using index_allocator = typename alloc_traits::template rebind_alloc<details::dispatcher_handler*>;
 
 public:
   using allocator_type = Allocator;
@@ -356,35 +362,39 @@ private:
   template <typename Event>
   handler_type<Event>* find() const noexcept {
     const auto id = details::event_type_id<Event>();
-    if (id >= index_.size() || index_[id] == 0) {
-      return nullptr;
-    }
-    return static_cast<handler_type<Event>*>(pools_[index_[id] - 1].handler.get());
+    return id < index_.size() ? static_cast<handler_type<Event>*>(index_[id]) : nullptr;
   }
 
   template <typename Event>
   handler_type<Event>& assure() {
     static_assert(std::is_same_v<Event, std::decay_t<Event>>, "events are plain object types");
-    if (auto* handler = find<Event>()) {
+    if (auto* handler = find<Event>()) [[likely]] {
       return *handler;
     }
+    return create<Event>();
+  }
+
+  // Out of line, so that the lookup above stays small enough to inline
+  // into every enqueue.
+  template <typename Event>
+  [[gnu::noinline]] handler_type<Event>& create() {
     const auto id = details::event_type_id<Event>();
     using handler_allocator = typename alloc_traits::template rebind_alloc<handler_type<Event>>;
     auto handler = std::allocate_shared<handler_type<Event>>(handler_allocator(allocator_), allocator_);
     auto* raw = handler.get();
     if (id >= index_.size()) {
-      index_.resize(id + 1, 0);
+      index_.resize(id + 1, nullptr);
     }
     pools_.push_back({id, std::move(handler)});
-    index_[id] = static_cast<std::uint32_t>(pools_.size());
+    index_[id] = raw;
     return *raw;
   }
 
   allocator_type allocator_;
-  // Handlers in first-use order, and for each type id its position there
-  // plus one (0: no handler yet).
+  // Handlers in first-use order, and for each type id its handler (null:
+  // none yet), one load away on every enqueue.
   std::vector<pool, pool_allocator> pools_;
-  std::vector<std::uint32_t, index_allocator> index_;
+  std::vector<details::dispatcher_handler*, index_allocator> index_;
 };
 
 // A main-loop dispatcher: typed events through handle(), plus functions

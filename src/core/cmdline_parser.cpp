@@ -69,9 +69,8 @@ public:
                        "");
   }
 
-  std::string text_of(const cxxopts::ParseResult& result, const declared_option& option) const {
-    const auto& value = result[option.name];
-    switch (option.kind) {
+  static std::string text_of(const cxxopts::OptionValue& value, std::int32_t kind) {
+    switch (kind) {
       case flag:
         return value.as<bool>() ? "true" : "false";
       case integer:
@@ -87,7 +86,9 @@ public:
 
   void convert(const cxxopts::ParseResult& result) {
     for (const auto& option : declared) {
-      parsed.try_emplace(option.name, parsed_value{result.count(option.name), text_of(result, option)});
+      // One lookup serves both the count and the value.
+      const auto& value = result[option.name];
+      parsed.try_emplace(option.name, parsed_value{value.count(), text_of(value, option.kind)});
     }
     if (!positional_name.empty()) {
       const auto count = result.count(positional_name);
