@@ -5,3 +5,5 @@
 #include <norvane/cmdline.hpp>
 #include <norvane/dispatcher.hpp>
 #include <norvane/log.hpp>
+#include <norvane/settings.hpp>
+#include <norvane/standard_paths.hpp>

@@ -7,6 +7,7 @@
 #include <norvane/log.hpp>
 
 #include <memory>
+#include <ostream>
 #include <regex>
 #include <string>
 #include <vector>
@@ -17,6 +18,9 @@ struct log_entry {
   std::string level;
   std::string message;
   bool operator==(const log_entry&) const = default;
+  friend std::ostream& operator<<(std::ostream& out, const log_entry& e) {
+    return out << "[" << e.level << "] \"" << e.message << "\"";
+  }
 };
 
 class log_capture {
