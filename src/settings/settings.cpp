@@ -67,7 +67,9 @@ bool settings_read_config(nlohmann::json* dictionary, const std::string& file_na
   } catch (...) {
     log_error("Unexpected error thrown during settings reading.");
   }
-  dictionary->clear();
+  // Not clear(): a parse that failed half-way may have left an array in
+  // place of the object, and the application must start from an empty object.
+  *dictionary = nlohmann::json::object();
   return false;
 }
 

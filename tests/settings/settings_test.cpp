@@ -133,8 +133,10 @@ TEST_F(Settings, AbsoluteNamesIgnoreTheConfigurationDirectory) {
 }
 
 TEST_F(Settings, UnreadableContentIsLoggedAndGivesAnEmptyObject) {
-  const std::pair<std::string, std::string> cases[] = {
-      {"invalid.json", "{x"}, {"empty.json", ""}, {"truncated.json", R"({"a": [1, 2)"}};
+  const std::pair<std::string, std::string> cases[] = {{"invalid.json", "{x"},
+                                                       {"empty.json", ""},
+                                                       {"truncated.json", R"({"a": [1, 2)"},
+                                                       {"half_array.json", "[1, x"}};
   for (const auto& [name, text] : cases) {
     write_settings(name, text);
     test::log_capture log;
