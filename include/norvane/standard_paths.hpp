@@ -1,0 +1,60 @@
+// Where the application may write files of a given kind, derived from the
+// user's base directories and the identity of the application_core
+// instance. Paths are only computed: nothing is created or checked.
+#pragma once
+
+#include <norvane/export.hpp>
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace norvane {
+
+class NORVANE_API standard_paths {
+public:
+  enum class location : std::int32_t {
+    app_config = 0,    // the application's configuration directory
+    app_data = 1,      // the application's data directory
+    org_config = 2,    // the organisation's configuration directory
+    org_data = 3,      // the organisation's data directory
+    home = 4,          // the user's home directory
+    generic_data = 5,  // shared data, at the organisation's level
+    temp = 6,          // the temporary directory
+  };
+
+  // The organisation is the instance's domain when set, else its name; the
+  // application is its application name. An application directory is
+  // "<base>/<org>.<app>", or "<base>/<app>" without an organisation, or the
+  // base itself when both are empty (no instance). Empty when the location
+  // is unknown or a base directory cannot be found.
+  static std::string writable_location(location where);
+};
+
+namespace details {
+
+// The first of `bases` with `component` appended as one path component,
+// without a trailing separator (an empty component gives the base itself).
+// Empty when there is no base or the first one is empty.
+NORVANE_API std::string finalize_path(const std::vector<std::filesystem::path>& bases,
+                                      const std::string& component);
+
+// get_org_data_path and get_generic_data_path are equal on purpose: they
+// name different intents that may part on other platforms.
+NORVANE_API std::string get_org_data_path(const std::string& org);
+NORVANE_API std::string get_org_config_path(const std::string& org);
+NORVANE_API std::string get_generic_data_path(const std::string& org);
+NORVANE_API std::string get_app_data_path(const std::string& org, const std::string& app);
+NORVANE_API std::string get_app_config_path(const std::string& org, const std::string& app);
+NORVANE_API std::string get_home_path();
+
+// The platform layer: the user's data directories (most preferred first),
+// configuration directory and home directory; empty when unknown.
+NORVANE_API std::vector<std::filesystem::path> user_data_directories();
+NORVANE_API std::filesystem::path user_config_directory();
+NORVANE_API std::filesystem::path user_home_directory();
+
+}  // namespace details
+
+}  // namespace norvane
