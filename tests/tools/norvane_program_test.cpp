@@ -1,0 +1,304 @@
+// The norvane program as a user runs it: a child process on real files, with
+// HOME and the XDG directories inside a temporary directory.
+#include <norvane/hash.hpp>
+#include <norvane/yaml.hpp>
+
+#include <nlohmann/json.hpp>
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/test_support.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using norvane::test::read_file;
+using norvane::test::temp_dir;
+using norvane::test::write_file;
+
+struct outcome {
+  int code = -1;
+  std::string out;
+  std::string err;
+};
+
+// Runs the program in `cwd` with HOME and the XDG directories under `home`,
+// standard input from `input` (or /dev/null).
+outcome run_in(const fs::path& cwd, const fs::path& home, const std::vector<std::string>& args,
+               const fs::path& input = "/dev/null") {
+  const temp_dir capture;
+  const auto out_path = capture / "out";
+  const auto err_path = capture / "err";
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    ::setenv("HOME", home.c_str(), 1);
+    ::setenv("XDG_CONFIG_HOME", (home / ".config").c_str(), 1);
+    ::setenv("XDG_DATA_HOME", (home / ".local/share").c_str(), 1);
+    ::setenv("XDG_DATA_DIRS", (home / "share").c_str(), 1);
+    const int in = ::open(input.c_str(), O_RDONLY);
+    const int out = ::open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    const int err = ::open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    if (in < 0 || out < 0 || err < 0 || ::chdir(cwd.c_str()) != 0 || ::dup2(in, 0) < 0 ||
+        ::dup2(out, 1) < 0 || ::dup2(err, 2) < 0) {
+      ::_exit(127);
+    }
+    std::vector<char*> argv{const_cast<char*>(NORVANE_PROGRAM)};
+    for (const auto& a : args) {
+      argv.push_back(const_cast<char*>(a.c_str()));
+    }
+    argv.push_back(nullptr);
+    ::execv(NORVANE_PROGRAM, argv.data());
+    ::_exit(127);
+  }
+  int status = 0;
+  ::waitpid(pid, &status, 0);
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read_file(out_path), read_file(err_path)};
+}
+
+// What a shell command prints, run in `cwd`.
+std::string shell_output(const fs::path& cwd, const std::string& command) {
+  const std::string line = "cd '" + cwd.string() + "' && " + command;
+  FILE* pipe = ::popen(line.c_str(), "r");
+  std::string text;
+  char block[4096];
+  for (std::size_t n; (n = std::fread(block, 1, sizeof block, pipe)) > 0;) {
+    text.append(block, n);
+  }
+  ::pclose(pipe);
+  return text;
+}
+
+std::vector<std::string> lines_of(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+class norvane_program : public ::testing::Test {
+protected:
+  outcome run(const std::vector<std::string>& args, const fs::path& input = "/dev/null") {
+    return run_in(dir.path(), home.path(), args, input);
+  }
+  // A file of `size` bytes that are not all alike, so a digest that skips
+  // or repeats a block differs.
+  void make_file(const std::string& name, std::size_t size) {
+    std::string bytes(size, '\0');
+    std::uint32_t x = 12345;
+    for (auto& b : bytes) {
+      x = x * 1103515245 + 12345;
+      b = static_cast<char>(x >> 24);
+    }
+    write_file(dir / name, bytes);
+  }
+
+  temp_dir dir;
+  temp_dir home;
+};
+
+TEST_F(norvane_program, hash_output_equals_sha256sum_and_sha1sum) {
+  write_file(dir / "empty", "");
+  write_file(dir / "abc.txt", "abc");
+  make_file("two pages, and some", 2 * 4096 + 123);
+  make_file("big.bin", (3u << 20) + 7);  // several read blocks, the last one short
+  const std::vector<std::string> files{"empty", "abc.txt", "two pages, and some", "big.bin"};
+  const std::string quoted = "empty abc.txt 'two pages, and some' big.bin";
+
+  for (const std::string algo : {"sha256", "sha1"}) {
+    std::vector<std::string> args{"hash", "--algo", algo};
+    args.insert(args.end(), files.begin(), files.end());
+    const auto r = run(args);
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.out, shell_output(dir.path(), algo + "sum " + quoted)) << algo;
+  }
+  // sha256 is the default; "-" reads standard input, as sha256sum does.
+  const auto plain = run({"hash", "abc.txt"});
+  EXPECT_EQ(plain.out, shell_output(dir.path(), "sha256sum abc.txt"));
+  const auto piped = run({"hash", "--algo=sha1", "-"}, dir / "big.bin");
+  EXPECT_EQ(piped.out, shell_output(dir.path(), "sha1sum - < big.bin"));
+}
+
+TEST_F(norvane_program, xxh_digests_match_the_library_and_failures_do_not_stop_the_rest) {
+  make_file("data", 5000);
+  const std::string content = read_file(dir / "data");
+  const auto h64 = norvane::hash_xxh64(content);
+  const auto h128 = norvane::hash_xxh128(content);
+  char expected64[17];
+  std::snprintf(expected64, sizeof expected64, "%016llx", static_cast<unsigned long long>(h64));
+  char expected128[33];
+  std::snprintf(expected128, sizeof expected128, "%016llx%016llx",
+                static_cast<unsigned long long>(h128.high64), static_cast<unsigned long long>(h128.low64));
+
+  EXPECT_EQ(run({"hash", "--algo", "xxh64", "data"}).out, std::string(expected64) + "  data\n");
+  const auto r = run({"hash", "--algo", "xxh128", "missing", "data", "."});
+  EXPECT_EQ(r.code, 1);
+  EXPECT_EQ(r.out, std::string(expected128) + "  data\n");
+  EXPECT_EQ(lines_of(r.err),
+            (std::vector<std::string>{"norvane: cannot read 'missing'", "norvane: cannot read '.'"}));
+}
+
+TEST_F(norvane_program, yaml_check_reports_each_error_at_its_position) {
+  write_file(dir / "good.yml", "jobs:\n  build:\n    steps:\n      - name: compile\n");
+  write_file(dir / "empty.yml", "");
+  // The flow sequence opened on line 3 is never closed.
+  write_file(dir / "bad.yml", "a: 1\nb: 2\nc: [1, 2\nd: 4\n");
+  // A tab may not indent a block: the fault is at line 2, column 1.
+  write_file(dir / "tab.yml", "a:\n\tb: 1\n");
+
+  const auto ok = run({"yaml", "check", "good.yml", "empty.yml"});
+  EXPECT_EQ(ok.code, 0) << ok.out << ok.err;
+  EXPECT_EQ(ok.out, "");
+
+  const auto r = run({"yaml", "check", "good.yml", "bad.yml", "tab.yml", "gone.yml"});
+  EXPECT_EQ(r.code, 1);
+  const auto lines = lines_of(r.out);
+  ASSERT_EQ(lines.size(), 2u) << r.out;
+  EXPECT_TRUE(lines[0].starts_with("bad.yml:")) << lines[0];
+  EXPECT_TRUE(lines[1].starts_with("tab.yml:2:1: ")) << lines[1];
+  EXPECT_EQ(r.err, "norvane: cannot read 'gone.yml'\n");
+  // The position is the parser's own, moved from its "file:LINE:COL (OFFSETB): "
+  // prefix into the path:line:column: form.
+  std::vector<std::string> errors;
+  norvane::yaml::read_yaml(read_file(dir / "bad.yml"), errors);
+  ASSERT_EQ(errors.size(), 1u);
+  unsigned line = 0;
+  unsigned column = 0;
+  int consumed = 0;
+  ASSERT_EQ(std::sscanf(errors[0].c_str(), "file:%u:%u (%*uB): %n", &line, &column, &consumed), 2)
+      << errors[0];
+  EXPECT_GE(line, 3u);
+  EXPECT_EQ(lines[0], "bad.yml:" + std::to_string(line) + ":" + std::to_string(column) + ": " +
+                          errors[0].substr(static_cast<std::size_t>(consumed)));
+}
+
+TEST_F(norvane_program, yaml_get_reads_scalars_at_dotted_paths) {
+  write_file(dir / "ci.yml",
+             "jobs:\n  build:\n    steps:\n      - name: compile\n      - name: \"test, all\"\n        "
+             "retries: 3\n");
+  EXPECT_EQ(run({"yaml", "get", "ci.yml", "jobs.build.steps.0.name"}).out, "compile\n");
+  EXPECT_EQ(run({"yaml", "get", "ci.yml", "jobs.build.steps.1.name"}).out, "test, all\n");
+  EXPECT_EQ(run({"yaml", "get", "ci.yml", "jobs.build.steps.1.retries"}).out, "3\n");
+
+  const auto missing = run({"yaml", "get", "ci.yml", "jobs.build.steps.2.name"});
+  EXPECT_EQ(missing.code, 1);
+  EXPECT_EQ(missing.out, "");
+  EXPECT_EQ(missing.err, "norvane: 'jobs.build.steps.2' does not exist in 'ci.yml'\n");
+  const auto structured = run({"yaml", "get", "ci.yml", "jobs.build"});
+  EXPECT_EQ(structured.code, 1);
+  EXPECT_EQ(structured.err, "norvane: 'jobs.build' in 'ci.yml' is a map, not a scalar\n");
+}
+
+TEST_F(norvane_program, settings_persist_between_runs) {
+  EXPECT_EQ(run({"settings", "set", "width", "640"}).code, 0);
+  EXPECT_EQ(run({"settings", "set", "window", R"({"x":1,"y":2})"}).code, 0);
+  EXPECT_EQ(run({"settings", "--file", "other.json", "set", "theme", "\"dark\""}).code, 0);
+
+  EXPECT_EQ(run({"settings", "get", "width"}).out, "640\n");
+  EXPECT_EQ(run({"settings", "list"}).out, "width=640\nwindow={\"x\":1,\"y\":2}\n");
+  EXPECT_EQ(run({"settings", "list", "--file", "other.json"}).out, "theme=\"dark\"\n");
+  const auto stored = nlohmann::json::parse(read_file(home / ".config/norvane.norvane/settings.json"));
+  EXPECT_EQ(stored, nlohmann::json::parse(R"({"width":640,"window":{"x":1,"y":2}})"));
+
+  EXPECT_EQ(run({"settings", "remove", "width"}).code, 0);
+  const auto gone = run({"settings", "get", "width"});
+  EXPECT_EQ(gone.code, 1);
+  EXPECT_EQ(gone.err, "norvane: no setting 'width'\n");
+  EXPECT_EQ(run({"settings", "remove", "width"}).code, 1);
+
+  // Bad JSON is refused, and the library's error goes to the log file.
+  const auto bad = run({"--log-file", (dir / "log.txt").string(), "settings", "set", "k", "{oops"});
+  EXPECT_EQ(bad.code, 1);
+  EXPECT_EQ(bad.err, "norvane: '{oops' is not a JSON value\n");
+  EXPECT_NE(read_file(dir / "log.txt").find("error"), std::string::npos);
+  EXPECT_EQ(run({"settings", "list"}).out, "window={\"x\":1,\"y\":2}\n");
+}
+
+TEST_F(norvane_program, bad_usage_exits_with_2_and_one_line_on_stderr) {
+  const std::vector<std::vector<std::string>> cases{
+      {},
+      {"frobnicate"},
+      {"info", "--bogus"},
+      {"info", "extra"},
+      {"hash"},
+      {"hash", "--algo", "md5", "x"},
+      {"hash", "--json", "x"},
+      {"uuid", "-n", "many"},
+      {"uuid", "-n", "-1"},
+      {"yaml"},
+      {"yaml", "get", "only-a-file"},
+      {"yaml", "lint", "x"},
+      {"settings"},
+      {"settings", "get"},
+      {"settings", "set", "k"},
+      {"settings", "drop", "k"},
+      {"--log-level", "loud", "info"},
+      {"hash", "--algo"},
+  };
+  for (const auto& args : cases) {
+    std::string joined;
+    for (const auto& a : args) {
+      joined += a + ' ';
+    }
+    const auto r = run(args);
+    EXPECT_EQ(r.code, 2) << joined;
+    EXPECT_EQ(r.out, "") << joined;
+    EXPECT_TRUE(r.err.starts_with("norvane: ")) << joined << ": " << r.err;
+    EXPECT_EQ(lines_of(r.err).size(), 1u) << joined << ": " << r.err;
+  }
+  const auto help = run({"--help"});
+  EXPECT_EQ(help.code, 0);
+  EXPECT_NE(help.out.find("--algo"), std::string::npos);
+  EXPECT_NE(help.out.find("yaml check FILE..."), std::string::npos);
+  const auto version = run({"info", "--version"});
+  EXPECT_EQ(version.code, 0);
+  EXPECT_TRUE(version.out.starts_with("norvane ")) << version.out;
+}
+
+TEST_F(norvane_program, uuid_prints_distinct_valid_identifiers) {
+  const auto lines = lines_of(run({"uuid", "-n", "50"}).out);
+  ASSERT_EQ(lines.size(), 50u);
+  for (const auto& line : lines) {
+    EXPECT_TRUE(norvane::validate_uuid_str(line)) << line;
+  }
+  EXPECT_EQ(std::set<std::string>(lines.begin(), lines.end()).size(), 50u);
+  EXPECT_EQ(lines_of(run({"uuid"}).out).size(), 1u);
+  EXPECT_EQ(run({"uuid", "--count=0"}).out, "");
+}
+
+TEST_F(norvane_program, info_describes_the_host_and_the_program_locations) {
+  const auto r = run({"info", "--json"});
+  ASSERT_EQ(r.code, 0) << r.err;
+  const auto info = nlohmann::json::parse(r.out);
+  EXPECT_FALSE(info["cpus"].empty());
+  EXPECT_GE(info["logical_cores"].get<int>(), 1);
+  EXPECT_GT(info["memory_mib"].get<double>(), 0.0);
+  EXPECT_FALSE(info["os"]["type"].get<std::string>().empty());
+  const auto& at = info["locations"];
+  EXPECT_EQ(at.size(), 7u);
+  EXPECT_EQ(at["app_config"], (home / ".config/norvane.norvane").string());
+  EXPECT_EQ(at["app_data"], (home / ".local/share/norvane.norvane").string());
+  EXPECT_EQ(at["home"], home.path().string());
+  EXPECT_EQ(fs::weakly_canonical(info["image"].get<std::string>()), fs::weakly_canonical(NORVANE_PROGRAM));
+
+  const auto text = run({"info"});
+  EXPECT_EQ(text.code, 0);
+  for (const char* name : {"app_config: ", "org_config: ", "generic_data: ", "temp: ", "image: ", "os: "}) {
+    EXPECT_NE(text.out.find(std::string("\n") + name), std::string::npos) << name;
+  }
+}
+
+}  // namespace

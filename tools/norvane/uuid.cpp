@@ -1,0 +1,25 @@
+// norvane uuid: random version-4 identifiers, one a line.
+#include "command.hpp"
+
+#include <norvane/hash.hpp>
+
+#include <iostream>
+
+namespace norvane_tool {
+
+int run_uuid(const invocation& call) {
+  allow_only(call, "uuid", {"count"});
+  if (!call.words.empty()) {
+    throw usage_error("uuid takes no arguments (use -n N for more than one)");
+  }
+  const long count = std::stol(call.value("count"));
+  if (count < 0) {
+    throw usage_error("-n needs a count of 0 or more");
+  }
+  for (long i = 0; i < count; ++i) {
+    std::cout << norvane::to_string(norvane::uuid()) << '\n';
+  }
+  return exit_ok;
+}
+
+}  // namespace norvane_tool
