@@ -223,7 +223,16 @@ TEST_F(norvane_program, settings_persist_between_runs) {
   const auto bad = run({"--log-file", (dir / "log.txt").string(), "settings", "set", "k", "{oops"});
   EXPECT_EQ(bad.code, 1);
   EXPECT_EQ(bad.err, "norvane: '{oops' is not a JSON value\n");
-  EXPECT_NE(read_file(dir / "log.txt").find("error"), std::string::npos);
+  EXPECT_NE(read_file(dir / "log.txt").find("[error] "), std::string::npos);
+  // Above the error level the same failure logs nothing.
+  const auto quiet = run({"--log-level", "critical", "--log-file", (dir / "quiet.txt").string(), "settings",
+                          "set", "k", "{oops"});
+  EXPECT_EQ(quiet.code, 1);
+  EXPECT_EQ(read_file(dir / "quiet.txt"), "");
+  // A value that looks like an option follows "--".
+  EXPECT_EQ(run({"settings", "set", "n", "--", "-3"}).code, 0);
+  EXPECT_EQ(run({"settings", "get", "n"}).out, "-3\n");
+  EXPECT_EQ(run({"settings", "remove", "n"}).code, 0);
   EXPECT_EQ(run({"settings", "list"}).out, "window={\"x\":1,\"y\":2}\n");
 }
 
