@@ -130,6 +130,9 @@ TEST_F(norvane_program, hash_output_equals_sha256sum_and_sha1sum) {
   EXPECT_EQ(plain.out, shell_output(dir.path(), "sha256sum abc.txt"));
   const auto piped = run({"hash", "--algo=sha1", "-"}, dir / "big.bin");
   EXPECT_EQ(piped.out, shell_output(dir.path(), "sha1sum - < big.bin"));
+  // A pipe named by path cannot be mapped; it is read instead.
+  EXPECT_EQ(shell_output(dir.path(), std::string("cat big.bin | ") + NORVANE_PROGRAM + " hash /dev/stdin"),
+            shell_output(dir.path(), "cat big.bin | sha256sum /dev/stdin"));
 }
 
 TEST_F(norvane_program, xxh_digests_match_the_library_and_failures_do_not_stop_the_rest) {

@@ -5,6 +5,7 @@
 #include <norvane/hash.hpp>
 #include <norvane/io.hpp>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
+#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <memory>
@@ -81,10 +83,11 @@ void draw(progress& p) {
   }
 }
 
-bool hash_stdin(digest& d) {
+// Pipes, terminals and other files that cannot be mapped are read in turn.
+bool hash_stream(int fd, digest& d) {
   std::unique_ptr<char[]> block(new char[block_size]);
   for (;;) {
-    const auto n = ::read(STDIN_FILENO, block.get(), block_size);
+    const auto n = ::read(fd, block.get(), block_size);
     if (n == 0) {
       return true;
     }
@@ -97,9 +100,24 @@ bool hash_stdin(digest& d) {
   }
 }
 
+bool hash_unmappable(const std::string& path, digest& d) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
+    return false;
+  }
+  const bool read = hash_stream(fd, d);
+  ::close(fd);
+  return read;
+}
+
 // Hashes straight from the mapping, a block at a time; only sizes above
 // 4 GiB need the incremental hasher, but blocks also pace the progress bar.
 bool hash_file(const std::string& path, digest& d) {
+  std::error_code error;
+  const auto kind = std::filesystem::status(path, error).type();
+  if (kind == std::filesystem::file_type::fifo || kind == std::filesystem::file_type::character) {
+    return hash_unmappable(path, d);
+  }
   norvane::io_file file;
   file.open(path, norvane::io_device::in);
   if (!file.is_open()) {
@@ -133,7 +151,7 @@ int run_hash(const invocation& call) {
   }
   int result = exit_ok;
   for (const auto& path : call.words) {
-    const bool read = path == "-" ? hash_stdin(d) : hash_file(path, d);
+    const bool read = path == "-" ? hash_stream(STDIN_FILENO, d) : hash_file(path, d);
     const auto text = d.finish();  // also starts the hasher over after a failure
     if (!read) {
       report("cannot read '" + path + "'");
