@@ -10,21 +10,21 @@
 namespace norvane_tool {
 namespace {
 
-struct option_spec {
+struct option_entry {
   std::string_view short_name;
   std::string_view long_name;
   bool takes_value;
 };
 
-constexpr option_spec known_options[] = {
+constexpr option_entry known_options[] = {
     {"h", "help", false}, {"", "version", false}, {"", "log-level", true}, {"", "log-file", true},
     {"", "json", false},  {"", "algo", true},     {"n", "count", true},    {"", "file", true},
 };
 
-const option_spec* find_option(std::string_view name, bool is_long) {
-  for (const auto& spec : known_options) {
-    if ((is_long ? spec.long_name : spec.short_name) == name) {
-      return &spec;
+const option_entry* find_option(std::string_view name, bool is_long) {
+  for (const auto& entry : known_options) {
+    if ((is_long ? entry.long_name : entry.short_name) == name) {
+      return &entry;
     }
   }
   return nullptr;
@@ -60,12 +60,12 @@ std::vector<std::string> positional_words(const std::vector<std::string>& argume
     const auto body = arg.substr(is_long ? 2 : 1);
     const auto equals = body.find('=');
     const auto name = is_long ? body.substr(0, equals) : body.substr(0, 1);
-    const auto* spec = find_option(name, is_long);
-    if (spec == nullptr) {
+    const auto* entry = find_option(name, is_long);
+    if (entry == nullptr) {
       throw usage_error("unknown option '" + std::string(arg) + "'");
     }
     const bool value_attached = is_long ? equals != std::string_view::npos : body.size() > 1;
-    if (spec->takes_value && !value_attached) {
+    if (entry->takes_value && !value_attached) {
       if (i + 1 == arguments.size()) {
         throw usage_error("option '" + std::string(arg) + "' needs a value");
       }
@@ -76,8 +76,8 @@ std::vector<std::string> positional_words(const std::vector<std::string>& argume
 }
 
 void allow_only(const invocation& call, const std::string& command, const std::vector<const char*>& allowed) {
-  for (const auto& spec : known_options) {
-    const std::string name(spec.long_name);
+  for (const auto& entry : known_options) {
+    const std::string name(entry.long_name);
     const bool global = name == "help" || name == "version" || name == "log-level" || name == "log-file";
     const bool listed = std::any_of(allowed.begin(), allowed.end(), [&](const char* a) { return name == a; });
     if (!global && !listed && call.given(name.c_str())) {
