@@ -1,26 +1,14 @@
 // Decoding C backslash escapes, in place or into another string.
 #include <norvane/strings.hpp>
 
+#include "util/hex_digit.hpp"
+
 #include <cstdint>
 
 namespace norvane {
 namespace {
 
 bool is_octal(char c) noexcept { return c >= '0' && c <= '7'; }
-
-// isxdigit in the POSIX locale, without consulting the current one.
-int hex_value(char c) noexcept {
-  if (c >= '0' && c <= '9') {
-    return c - '0';
-  }
-  if (c >= 'a' && c <= 'f') {
-    return c - 'a' + 10;
-  }
-  if (c >= 'A' && c <= 'F') {
-    return c - 'A' + 10;
-  }
-  return -1;
-}
 
 bool fail(std::string* error_message, std::string message) {
   if (error_message != nullptr) {
@@ -113,14 +101,14 @@ bool unescape_impl(std::string* out, std::size_t* out_length, std::string_view i
       if (i + 2 == n) {
         return fail(error_message, "String cannot end with \\x");
       }
-      if (hex_value(in[i + 2]) < 0) {
+      if (details::hex_digit(in[i + 2]) < 0) {
         return fail(error_message, "\\x cannot be followed by a non-hex digit");
       }
       // No digit limit, and a 32-bit accumulator: digits past the eighth push
       // the first ones out. Kept so that existing escaped text decodes as before.
       std::uint32_t value = 0;
       std::size_t end = i + 2;
-      for (int digit; end < n && (digit = hex_value(in[end])) >= 0; ++end) {
+      for (int digit; end < n && (digit = details::hex_digit(in[end])) >= 0; ++end) {
         value = (value << 4) | static_cast<std::uint32_t>(digit);
       }
       if (value > 0xff) {

@@ -2,6 +2,8 @@
 // "0" and "1" are integers and "0x1F" is 31.
 #include "yaml/scalar_kind.hpp"
 
+#include "util/hex_digit.hpp"
+
 #include <fast_float/fast_float.h>
 
 #include <cmath>
@@ -10,18 +12,7 @@ namespace norvane::yaml::details {
 
 namespace {
 
-int digit_value(char c) noexcept {
-  if (c >= '0' && c <= '9') {
-    return c - '0';
-  }
-  if (c >= 'a' && c <= 'f') {
-    return c - 'a' + 10;
-  }
-  if (c >= 'A' && c <= 'F') {
-    return c - 'A' + 10;
-  }
-  return 99;
-}
+using norvane::details::hex_digit;
 
 std::string_view trim(std::string_view s) noexcept {
   constexpr std::string_view blanks = " \t\n\r";
@@ -40,13 +31,13 @@ bool parse_hex_float(std::string_view s, double& out) noexcept {
   double mantissa = 0;
   std::size_t i = 0;
   std::size_t digits = 0;
-  for (; i < s.size() && digit_value(s[i]) < 16; ++i, ++digits) {
-    mantissa = mantissa * 16 + digit_value(s[i]);
+  for (; i < s.size() && hex_digit(s[i]) >= 0; ++i, ++digits) {
+    mantissa = mantissa * 16 + hex_digit(s[i]);
   }
   int exponent = 0;
   if (i < s.size() && s[i] == '.') {
-    for (++i; i < s.size() && digit_value(s[i]) < 16; ++i, ++digits) {
-      mantissa = mantissa * 16 + digit_value(s[i]);
+    for (++i; i < s.size() && hex_digit(s[i]) >= 0; ++i, ++digits) {
+      mantissa = mantissa * 16 + hex_digit(s[i]);
       exponent -= 4;
     }
   }
@@ -113,8 +104,8 @@ bool parse_integer(std::string_view s, long long& out) noexcept {
   }
   unsigned long long magnitude = 0;
   for (char c : s) {
-    const int d = digit_value(c);
-    if (d >= base) {
+    const int d = hex_digit(c);
+    if (d < 0 || d >= base) {
       return false;
     }
     magnitude = magnitude * static_cast<unsigned>(base) + static_cast<unsigned>(d);
