@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 
 namespace norvane {
 namespace {
@@ -41,6 +42,36 @@ int open_flags(unsigned int mode) {
 }
 
 std::int64_t round_up(std::int64_t n, std::int64_t page) { return (n + page - 1) / page * page; }
+
+// Backs bytes [from, to) of the file with storage. A shared mapping that
+// touches a page the file system cannot allocate (a full tmpfs, a full
+// disk with holes) gets SIGBUS, which would end the application; a failed
+// reservation is an error the device can report instead. File systems
+// without fallocate leave allocation to the first write, as before.
+bool reserve(int fd, std::int64_t from, std::int64_t to) noexcept {
+  if (to <= from) {
+    return true;
+  }
+  int result = 0;
+  do {
+    result = ::fallocate(fd, 0, from, to - from);
+  } while (result != 0 && errno == EINTR);
+  return result == 0 || errno == EOPNOTSUPP || errno == ENOSYS;
+}
+
+// Makes the file `to` bytes long, from `from`, with storage behind the new
+// bytes; on failure the file keeps its length `from`.
+bool extend(int fd, std::int64_t from, std::int64_t to) noexcept {
+  if (::ftruncate(fd, to) != 0) {
+    return false;
+  }
+  if (reserve(fd, from, to)) {
+    return true;
+  }
+  const bool restored = ::ftruncate(fd, from) == 0;
+  static_cast<void>(restored);
+  return false;
+}
 
 }  // namespace
 
@@ -87,7 +118,7 @@ bool memory_mapped_buffer::open(const std::filesystem::path& path, unsigned int 
     }
     mapped_length = page;
     const char zero = 0;
-    if (::lseek(fd, page - 1, SEEK_SET) == -1 || ::write(fd, &zero, 1) != 1) {
+    if (::lseek(fd, page - 1, SEEK_SET) == -1 || ::write(fd, &zero, 1) != 1 || !reserve(fd, 0, page)) {
       return unwind();
     }
   }
@@ -185,21 +216,22 @@ bool memory_mapped_buffer::grow_to(std::int64_t required) noexcept {
   }
   const std::int64_t pages = (required - mapped_length + page - 1) / page;
   std::int64_t reached = pages;
-  if (pages > (INT64_MAX - mapped_length) / page || ::ftruncate(fd, mapped_length + pages * page) != 0) {
+  if (pages > (INT64_MAX - mapped_length) / page || !extend(fd, mapped_length, mapped_length + pages * page)) {
     // Find how many single-page steps would have succeeded before the first
-    // failing one (a file-size limit fails every length beyond it).
+    // failing one (a file-size limit or a full disk fails every length
+    // beyond it). A failed probe puts the file back to its old length.
     std::int64_t good = 0;
     std::int64_t bad = std::min(pages, (INT64_MAX - mapped_length) / page);
     while (bad - good > 1) {
       const std::int64_t mid = good + (bad - good) / 2;
-      if (::ftruncate(fd, mapped_length + mid * page) == 0) {
+      if (extend(fd, mapped_length, mapped_length + mid * page)) {
         good = mid;
       } else {
         bad = mid;
       }
     }
     reached = good;
-    if (::ftruncate(fd, mapped_length + reached * page) != 0) {
+    if (!extend(fd, mapped_length, mapped_length + reached * page)) {
       return false;
     }
   }
