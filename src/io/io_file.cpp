@@ -115,8 +115,13 @@ void io_file::write(const char* buffer, long count) {
     return;
   }
   std::int64_t end = 0;
-  if (__builtin_add_overflow(f.position, count, &end) || (end > f.mapped_length && !f.grow_to(end)) ||
-      (f.data == nullptr && count > 0)) {
+  bool room = !__builtin_add_overflow(f.position, count, &end);
+  if (room && end > f.mapped_length) {
+    room = f.grow_to(end, f.position);
+  } else if (room && count > 0) {
+    room = f.back(f.position, end);
+  }
+  if (!room || (f.data == nullptr && count > 0)) {
     if (count != 0) {
       set_state(badbit);
     }

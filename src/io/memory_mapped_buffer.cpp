@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 
 namespace norvane {
 namespace {
@@ -42,6 +43,28 @@ int open_flags(unsigned int mode) {
 
 std::int64_t round_up(std::int64_t n, std::int64_t page) { return (n + page - 1) / page * page; }
 
+// Storage reserved past what a growing file has written, doubling up to this much:
+// a file written a little at a time then pays for a reservation every few
+// growth steps rather than at each page.
+constexpr std::int64_t max_reserved_ahead = std::int64_t{8} << 20;
+
+// Backs bytes [from, to) of the file with storage, without changing its
+// length. A shared mapping that touches a page the file system cannot
+// allocate (a full tmpfs, a full disk with holes) gets SIGBUS, which would
+// end the application; a failed reservation is an error the device can
+// report instead. File systems without fallocate leave allocation to the
+// first write, as before.
+bool reserve(int fd, std::int64_t from, std::int64_t to) noexcept {
+  if (to <= from) {
+    return true;
+  }
+  int result = 0;
+  do {
+    result = ::fallocate(fd, FALLOC_FL_KEEP_SIZE, from, to - from);
+  } while (result != 0 && errno == EINTR);
+  return result == 0 || errno == EOPNOTSUPP || errno == ENOSYS;
+}
+
 }  // namespace
 
 memory_mapped_buffer::~memory_mapped_buffer() {
@@ -76,6 +99,8 @@ bool memory_mapped_buffer::open(const std::filesystem::path& path, unsigned int 
     return unwind();
   }
   size = mapped_length = st.st_size;
+  // What the file holds is taken to be stored already (holes are not looked for).
+  backed = st.st_size;
   if (st.st_size == 0) {
     if (!writable) {
       position = 0;
@@ -87,9 +112,10 @@ bool memory_mapped_buffer::open(const std::filesystem::path& path, unsigned int 
     }
     mapped_length = page;
     const char zero = 0;
-    if (::lseek(fd, page - 1, SEEK_SET) == -1 || ::write(fd, &zero, 1) != 1) {
+    if (::lseek(fd, page - 1, SEEK_SET) == -1 || ::write(fd, &zero, 1) != 1 || !reserve(fd, 0, page)) {
       return unwind();
     }
+    backed = page;
   }
   if (!map()) {
     mapping_failed = true;
@@ -170,9 +196,43 @@ bool memory_mapped_buffer::map_fresh(std::int64_t length) noexcept {
   return true;
 }
 
-bool memory_mapped_buffer::resize_map() noexcept { return grow_to(mapped_length + 1); }
+bool memory_mapped_buffer::back(std::int64_t from, std::int64_t to) noexcept {
+  if (to <= backed) {
+    return true;
+  }
+  if (from > backed) {
+    // Past a hole: only the pages written, so that a write far beyond the
+    // end keeps the file sparse.
+    const std::int64_t page = std::max<std::int64_t>(granularity(), 1);
+    return reserve(fd, from / page * page, to);
+  }
+  const std::int64_t ahead = to > INT64_MAX - max_reserved_ahead ? to : to + std::min(to, max_reserved_ahead);
+  for (const std::int64_t target : {ahead, to}) {
+    if (reserve(fd, backed, target)) {
+      backed = target;
+      return true;
+    }
+  }
+  return false;
+}
 
-bool memory_mapped_buffer::grow_to(std::int64_t required) noexcept {
+bool memory_mapped_buffer::extend_to(std::int64_t length, std::int64_t written_from) noexcept {
+  if (::ftruncate(fd, length) != 0) {
+    return false;
+  }
+  if (written_from >= length || back(written_from, length)) {
+    return true;
+  }
+  // Cutting the file back also releases what was reserved past its end.
+  const bool restored = ::ftruncate(fd, mapped_length) == 0;
+  static_cast<void>(restored);
+  backed = std::min(backed, mapped_length);
+  return false;
+}
+
+bool memory_mapped_buffer::resize_map() noexcept { return grow_to(mapped_length + 1, mapped_length); }
+
+bool memory_mapped_buffer::grow_to(std::int64_t required, std::int64_t written_from) noexcept {
   if (fd == -1 || !writable) {
     return false;
   }
@@ -185,21 +245,22 @@ bool memory_mapped_buffer::grow_to(std::int64_t required) noexcept {
   }
   const std::int64_t pages = (required - mapped_length + page - 1) / page;
   std::int64_t reached = pages;
-  if (pages > (INT64_MAX - mapped_length) / page || ::ftruncate(fd, mapped_length + pages * page) != 0) {
+  if (pages > (INT64_MAX - mapped_length) / page || !extend_to(mapped_length + pages * page, written_from)) {
     // Find how many single-page steps would have succeeded before the first
-    // failing one (a file-size limit fails every length beyond it).
+    // failing one (a file-size limit or a full disk fails every length
+    // beyond it). A failed probe puts the file back to its old length.
     std::int64_t good = 0;
     std::int64_t bad = std::min(pages, (INT64_MAX - mapped_length) / page);
     while (bad - good > 1) {
       const std::int64_t mid = good + (bad - good) / 2;
-      if (::ftruncate(fd, mapped_length + mid * page) == 0) {
+      if (extend_to(mapped_length + mid * page, written_from)) {
         good = mid;
       } else {
         bad = mid;
       }
     }
     reached = good;
-    if (::ftruncate(fd, mapped_length + reached * page) != 0) {
+    if (!extend_to(mapped_length + reached * page, written_from)) {
       return false;
     }
   }

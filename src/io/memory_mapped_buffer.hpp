@@ -26,8 +26,14 @@ struct memory_mapped_buffer {
   bool resize_map() noexcept;
   // Grows by whole pages until `required` bytes are mapped: the same file
   // length, mapped length and outcome as calling resize_map until it fits
-  // or fails, in one truncation and one mapping call.
-  bool grow_to(std::int64_t required) noexcept;
+  // or fails, in one truncation and one mapping call. The bytes from
+  // `written_from` on get storage behind them (see back); a full file
+  // system fails growth like a file-size limit does.
+  bool grow_to(std::int64_t required, std::int64_t written_from) noexcept;
+  // Storage behind bytes [from, to) about to be written through the
+  // mapping: touching a page the file system cannot allocate would raise
+  // SIGBUS. False when the file system has no room.
+  bool back(std::int64_t from, std::int64_t to) noexcept;
 
   char* data = nullptr;
   std::int64_t mapped_length = -1;
@@ -39,10 +45,17 @@ struct memory_mapped_buffer {
 private:
   bool unwind() noexcept;
   bool map_fresh(std::int64_t length) noexcept;
+  // Sets the file's length to `length` (at least mapped_length) with
+  // storage behind the bytes from `written_from`; on failure the file keeps
+  // mapped_length bytes.
+  bool extend_to(std::int64_t length, std::int64_t written_from) noexcept;
 
   // The length of the address range mapped: a writable file is mapped past
   // its end so that growth needs no new mapping.
   std::int64_t reserved = 0;
+  // Bytes from the start of the file known to have storage behind them,
+  // possibly past its end (reserved ahead while it grows).
+  std::int64_t backed = 0;
   // The last open's mmap failed; closing then reports a failed unmap.
   bool mapping_failed = false;
 };

@@ -6,6 +6,12 @@
 
 #include <nlohmann/json.hpp>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -45,6 +51,87 @@ bool missing(const std::filesystem::path& path) {
 
 void log_error(std::string_view message) { get_norvane_logger()->log(log_level::error, "{}", message); }
 
+// The file a chain of symbolic links ends at (the path itself when it is
+// no link), so that a replaced file lands where the link points and the
+// link stays a link. Empty for a loop or a chain longer than the kernel
+// would follow.
+std::filesystem::path link_target(std::filesystem::path path) {
+  for (int hops = 0; hops <= 40; ++hops) {
+    std::error_code ec;
+    if (!std::filesystem::is_symlink(std::filesystem::symlink_status(path, ec))) {
+      return path;
+    }
+    auto next = std::filesystem::read_symlink(path, ec);
+    if (ec) {
+      return {};
+    }
+    path = next.is_absolute() ? next : path.parent_path() / next;
+  }
+  return {};
+}
+
+bool write_all(int fd, const std::string& text) {
+  std::size_t done = 0;
+  while (done < text.size()) {
+    const ssize_t n = ::write(fd, text.data() + done, text.size() - done);
+    if (n < 0 && errno == EINTR) {
+      continue;
+    }
+    if (n <= 0) {
+      return false;
+    }
+    done += static_cast<std::size_t>(n);
+  }
+  return true;
+}
+
+enum class write_outcome { written, write_failed, no_replacement };
+
+// Writes `text` to a new file beside `target` and renames it over the
+// target, so that the old settings stay whole until the new ones are: a
+// full disk or a file-size limit in the middle of the write used to leave
+// half a document, which the next read rejected, losing every key. The
+// target's own write permission still decides, as it did when the file was
+// written in place, and a replacement keeps the target's mode and owner.
+// no_replacement when the target is not a plain file or the directory
+// takes no new file: the caller then writes in place. Durability across a
+// power cut is left to the file system (no fsync), as before.
+write_outcome replace_file(const std::filesystem::path& target, const std::string& text) {
+  struct stat st {};
+  const bool exists = ::stat(target.c_str(), &st) == 0;
+  if (exists && !S_ISREG(st.st_mode)) {
+    return write_outcome::no_replacement;
+  }
+  if (exists) {
+    const int probe = ::open(target.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (probe < 0) {
+      return write_outcome::no_replacement;
+    }
+    ::close(probe);
+  }
+  static std::atomic<unsigned> counter{0};
+  const auto temporary =
+      target.parent_path() / ("." + target.filename().string() + "." + std::to_string(::getpid()) + "." +
+                              std::to_string(counter++) + ".tmp");
+  const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  if (fd < 0) {
+    // A directory we may not add to may still hold a file we may write.
+    return !exists || errno == EACCES || errno == EPERM ? write_outcome::no_replacement
+                                                        : write_outcome::write_failed;
+  }
+  if (exists) {
+    // Best effort: only the owner or root may give the file away.
+    static_cast<void>(::fchown(fd, st.st_uid, st.st_gid));
+    static_cast<void>(::fchmod(fd, st.st_mode & 07777));
+  }
+  const bool written = write_all(fd, text);
+  if (::close(fd) != 0 || !written || ::rename(temporary.c_str(), target.c_str()) != 0) {
+    ::unlink(temporary.c_str());
+    return write_outcome::write_failed;
+  }
+  return write_outcome::written;
+}
+
 }  // namespace
 
 bool settings_read_config(nlohmann::json* dictionary, const std::string& file_name) {
@@ -82,11 +169,28 @@ bool settings_write_config(const std::string& file_name, const nlohmann::json* d
       log_error("Impossible to create the directory used for the settings.\n");
       return false;
     }
-    // Serialised before the file is truncated, so that a document that
+    // Serialised before the file is touched, so that a document that
     // cannot be written (invalid UTF-8) leaves the old file intact.
     const auto text = dictionary->dump();
     const auto path = settings_path(file_name);
-    std::ofstream out(path, std::ios::out);
+    const auto target = link_target(path);
+    if (target.empty()) {
+      // A loop of links: there is no file to write, and none is made.
+      log_error(missing(path) ? "Impossible to create the settings file."
+                              : "Impossible to write in the settings file.");
+      return false;
+    }
+    switch (replace_file(target, text)) {
+      case write_outcome::written:
+        return true;
+      case write_outcome::write_failed:
+        log_error("Impossible to write in the settings file.");
+        return false;
+      case write_outcome::no_replacement:
+        break;
+    }
+    // Not a plain file, or a directory we may not add to: write in place.
+    std::ofstream out(target, std::ios::out);
     if (out.is_open()) {
       out << text;
       out.flush();
@@ -96,8 +200,8 @@ bool settings_write_config(const std::string& file_name, const nlohmann::json* d
       log_error("Impossible to write in the settings file.");
       return false;
     }
-    log_error(missing(path) ? "Impossible to create the settings file."
-                            : "Impossible to write in the settings file.");
+    log_error(missing(target) ? "Impossible to create the settings file."
+                              : "Impossible to write in the settings file.");
   } catch (const std::exception& e) {
     get_norvane_logger()->log(log_level::error, "Exception thrown during settings writing: \"{}\".",
                               e.what());
