@@ -16,3 +16,13 @@ if(NORVANE_SANITIZE)
     target_compile_options(norvane_warnings INTERFACE -Wno-maybe-uninitialized)
   endif()
 endif()
+
+if(NORVANE_COVERAGE)
+  # Applied globally so that the tests and the programs they run link the gcov
+  # runtime the instrumented library needs. -O0 keeps one counted line and one
+  # counted branch per line and branch of the source; inlining would fold them.
+  # Atomic counters: threaded tests update them together, and plain increments
+  # lose counts and even leave negative ones that gcovr cannot parse.
+  add_compile_options(--coverage -O0 -fprofile-update=atomic)
+  add_link_options(--coverage)
+endif()

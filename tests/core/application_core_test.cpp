@@ -1,4 +1,4 @@
-#include "core/log_capture.hpp"
+#include "support/log_capture.hpp"
 #include "support/test_support.hpp"
 
 #include <norvane/application.hpp>

@@ -2,6 +2,8 @@
 // ownership, and bulk copies that must match a byte-at-a-time walk exactly.
 #include "io/io_buffer_pimpl.hpp"
 
+#include "io/io_test_util.hpp"
+
 #include <norvane/io.hpp>
 
 #include <gtest/gtest.h>
@@ -17,11 +19,7 @@
 namespace norvane {
 namespace {
 
-constexpr unsigned int bad = io_device::badbit;
-constexpr unsigned int eof = io_device::eofbit;
-constexpr unsigned int fail = io_device::failbit;
-constexpr unsigned int in = io_device::in;
-constexpr unsigned int out = io_device::out;
+using namespace test_bits;
 
 // Lets a test look at the backing record (the cached physical offset).
 class buffer_probe : public io_buffer {

@@ -1,6 +1,8 @@
 // The device base: state bits and the exceptions mask, names, the open-mode
 // check and the line reader, seen through io_buffer and through a device
 // written the way an application would write its own.
+#include "io/io_test_util.hpp"
+
 #include <norvane/io.hpp>
 
 #include <gtest/gtest.h>
@@ -14,9 +16,7 @@
 namespace norvane {
 namespace {
 
-constexpr unsigned int bad = io_device::badbit;
-constexpr unsigned int eof = io_device::eofbit;
-constexpr unsigned int fail = io_device::failbit;
+using namespace test_bits;
 
 // A device outside the library: it extends the public record with its own
 // state and hands it to the base, which owns it from then on.
@@ -157,7 +157,6 @@ TEST(IoDevice, NamesAreCopiedAndCanBeCleared) {
 }
 
 TEST(IoDevice, OpenModeCheckRefusesTruncWithoutOutAppWithTruncAndReopening) {
-  const unsigned int app = io_device::app, in = io_device::in, out = io_device::out, trunc = io_device::trunc;
   struct row {
     unsigned int mode;
     bool accepted;

@@ -1,5 +1,5 @@
-#include "core/log_capture.hpp"
 #include "settings/scoped_env.hpp"
+#include "support/log_capture.hpp"
 #include "support/test_support.hpp"
 
 #include <norvane/application.hpp>
@@ -232,6 +232,13 @@ TEST_F(Settings, NonObjectDocumentsLetTheTypeErrorThroughSync) {
   settings from_array("array.json");
   EXPECT_TRUE(log_.entries().empty());
   EXPECT_EQ(from_array.dictionary(), json::array({1, 2}));
+  // The key accessors find nothing and change nothing in a non-object.
+  EXPECT_TRUE(from_array.keys().empty());
+  EXPECT_EQ(from_array.get("0"), "");
+  EXPECT_FALSE(from_array.remove("0"));
+  EXPECT_FALSE(from_array.set("a", "1"));
+  EXPECT_EQ(log_.entries(), one_error("The settings document is not a JSON object."));
+  EXPECT_FALSE(from_array.modified());
   EXPECT_THROW(from_array.sync(), json::type_error);
   EXPECT_EQ(file_text("array.json"), "[1,2]");
 

@@ -3,6 +3,7 @@
 #include <norvane/yaml.hpp>
 
 #include "yaml/ryml_wrapper_pimpl.hpp"
+#include "yaml/yaml_test_util.hpp"
 
 #include "support/test_support.hpp"
 
@@ -16,15 +17,9 @@
 #include <vector>
 
 using namespace norvane::yaml;
+using norvane::test::read_ok;
 
 namespace {
-
-ryml_wrapper read_ok(std::string_view text) {
-  std::vector<std::string> errors;
-  ryml_wrapper h = read_yaml(text, errors);
-  EXPECT_TRUE(errors.empty()) << errors.front();
-  return h;
-}
 
 std::string error_of(std::string_view text) {
   std::vector<std::string> errors;

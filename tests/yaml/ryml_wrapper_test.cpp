@@ -3,6 +3,7 @@
 #include <norvane/yaml.hpp>
 
 #include "yaml/ryml_wrapper_pimpl.hpp"
+#include "yaml/yaml_test_util.hpp"
 
 #include <gtest/gtest.h>
 
@@ -11,15 +12,9 @@
 #include <vector>
 
 using namespace norvane::yaml;
+using norvane::test::read_ok;
 
 namespace {
-
-ryml_wrapper read_ok(std::string_view text) {
-  std::vector<std::string> errors;
-  ryml_wrapper h = read_yaml(text, errors);
-  EXPECT_TRUE(errors.empty()) << errors.front();
-  return h;
-}
 
 // The handle on the value of `v: <scalar>`.
 ryml_wrapper value_of(const std::string& scalar) {
@@ -53,6 +48,8 @@ TEST(YamlHandle, ClassifiesScalarsIntegerThenFloatThenBoolean) {
       {"-2.9", kind::floating},
       {"0x1.8p1", kind::floating},  // 0x with a fraction is a hexadecimal float
       {"0x", kind::string},         // a prefix needs a digit
+      {"0x1.8p", kind::string},     // and an exponent mark needs digits
+      {"0x1.8q", kind::string},     // a hexadecimal float takes the whole text
       {"0b102", kind::floating},    // not binary, but fast_float reads its leading 0
       {"true", kind::boolean},
       {"True", kind::boolean},
@@ -348,6 +345,8 @@ TEST(YamlHandle, ExtractionConvertsBetweenNumbersOnly) {
   i = 99;
   value_of("true").extract_primitive_impl(i);
   EXPECT_EQ(i, 99) << "booleans are not numbers";
+  value_of("nan").extract_primitive_impl(i);
+  EXPECT_EQ(i, 99) << "NaN has no integer to truncate to";
 
   double d = 0.5;
   value_of("7").extract_primitive_impl(d);
