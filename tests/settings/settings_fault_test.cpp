@@ -4,7 +4,7 @@
 // the document stays marked modified, and the file that was there before
 // is never lost or cut short. Faults that need a limit, a mount or fewer
 // capabilities run in a child process.
-#include "core/log_capture.hpp"
+#include "support/log_capture.hpp"
 #include "settings/scoped_env.hpp"
 #include "support/fault_support.hpp"
 #include "support/test_support.hpp"
