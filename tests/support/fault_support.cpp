@@ -190,7 +190,9 @@ void enter_private_mounts() {
     write_proc_file("/proc/self/uid_map", std::to_string(uid) + " " + std::to_string(uid) + " 1");
     write_proc_file("/proc/self/gid_map", std::to_string(gid) + " " + std::to_string(gid) + " 1");
   }
-  if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+  // The kernel ignores source and type here; empty texts rather than null
+  // pointers keep valgrind from reading them as unaddressable.
+  if (::mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) != 0) {
     unavailable("making / private");
   }
 }
@@ -203,7 +205,7 @@ void mount_tmpfs(const std::filesystem::path& directory, std::size_t bytes) {
 }
 
 void remount_read_only(const std::filesystem::path& directory) {
-  if (::mount(nullptr, directory.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0) {
+  if (::mount("", directory.c_str(), "", MS_REMOUNT | MS_RDONLY, nullptr) != 0) {
     unavailable("remounting read-only");
   }
 }
