@@ -4,9 +4,9 @@
 // the document stays marked modified, and the file that was there before
 // is never lost or cut short. Faults that need a limit, a mount or fewer
 // capabilities run in a child process.
-#include "support/log_capture.hpp"
 #include "settings/scoped_env.hpp"
 #include "support/fault_support.hpp"
+#include "support/log_capture.hpp"
 #include "support/test_support.hpp"
 
 #include <norvane/application.hpp>
@@ -67,6 +67,19 @@ protected:
   void write_settings(const std::string& text) {
     fs::create_directories(config_dir());
     test::write_file(file(), text);
+  }
+  // Opens the store, sets "b" and syncs: what the read and the sync logged,
+  // whether the store is still modified, then what `on_disk` reports.
+  std::string open_set_and_sync(const std::function<std::string()>& on_disk) {
+    test::log_capture log;
+    settings s("s.json");
+    std::string report = "read=" + logged(log);
+    test::log_capture sync_log;
+    s.set("b", "2");
+    s.sync();
+    report += " sync=" + logged(sync_log) + " modified=" + std::to_string(s.modified()) + on_disk();
+    s.remove("b");
+    return report;
   }
 
   test::temp_dir home_;
@@ -216,16 +229,8 @@ TEST_F(SettingsFault, UnwritableDirectoriesAndFilesAreReportedAndLeftAlone) {
     c.arrange();
     const auto outcome = test::run_in_child([&] {
       test::obey_permission_bits();
-      test::log_capture log;
-      settings s("s.json");
-      std::string report = "read=" + logged(log);
-      test::log_capture sync_log;
-      s.set("b", "2");
-      s.sync();
-      report += " sync=" + logged(sync_log) + " modified=" + std::to_string(s.modified()) +
-                " file=" + content(file()) + " dir=" + test::directory_listing(config_dir());
-      s.remove("b");
-      return report;
+      return open_set_and_sync(
+          [&] { return " file=" + content(file()) + " dir=" + test::directory_listing(config_dir()); });
     });
     ASSERT_TRUE(outcome.exited_cleanly()) << outcome.describe();
     EXPECT_EQ(outcome.report, c.expected);
@@ -287,25 +292,19 @@ TEST_F(SettingsFault, PathsThatAreNotPlainFiles) {
     c.arrange();
     const auto outcome = test::run_in_child(
         [&] {
-          test::log_capture log;
-          settings s("s.json");
-          std::string report = "read=" + logged(log);
-          test::log_capture sync_log;
-          s.set("b", "2");
-          s.sync();
-          report += " sync=" + logged(sync_log) + " modified=" + std::to_string(s.modified()) +
-                    " dir=" + test::directory_listing(config_dir());
-          const auto status = fs::symlink_status(file());
-          if (fs::is_symlink(status)) {
-            report += " kind=symlink:" + fs::read_symlink(file()).string();
-          } else if (fs::is_directory(status)) {
-            report += " kind=directory:" + test::directory_listing(file());
-          }
-          if (fs::exists(elsewhere / "s.json")) {
-            report += " target=" + test::read_file(elsewhere / "s.json");
-          }
-          s.remove("b");
-          return report;
+          return open_set_and_sync([&] {
+            std::string report = " dir=" + test::directory_listing(config_dir());
+            const auto status = fs::symlink_status(file());
+            if (fs::is_symlink(status)) {
+              report += " kind=symlink:" + fs::read_symlink(file()).string();
+            } else if (fs::is_directory(status)) {
+              report += " kind=directory:" + test::directory_listing(file());
+            }
+            if (fs::exists(elsewhere / "s.json")) {
+              report += " target=" + test::read_file(elsewhere / "s.json");
+            }
+            return report;
+          });
         },
         20);
     ASSERT_TRUE(outcome.exited_cleanly()) << outcome.describe();
