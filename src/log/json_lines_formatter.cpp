@@ -11,6 +11,8 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <cstdint>
+#include <cstring>
 #include <ctime>
 
 namespace norvane::details {
@@ -24,6 +26,16 @@ constexpr auto plain_bytes = [] {
   }
   return plain;
 }();
+
+// Whether any of eight bytes needs a look of its own: below 0x20, a quote,
+// a backslash, or 0x80 and above. Exact, by the usual word-at-a-time tests.
+bool has_special_byte(std::uint64_t bytes) {
+  constexpr std::uint64_t ones = 0x0101010101010101;
+  constexpr std::uint64_t high = 0x8080808080808080;
+  const auto zero_in = [](std::uint64_t v) { return (v - ones) & ~v & high; };
+  const auto below_space = (bytes - ones * 0x20) & ~bytes & high;
+  return (below_space | zero_in(bytes ^ (ones * '"')) | zero_in(bytes ^ (ones * '\\')) | (bytes & high)) != 0;
+}
 
 void append(spdlog::memory_buf_t& out, std::string_view text) {
   out.append(text.data(), text.data() + text.size());
@@ -117,6 +129,14 @@ void append_json_string_body(std::string_view text, spdlog::memory_buf_t& out) {
   const auto* const end = p + text.size();
   while (p != end) {
     const auto* run = p;
+    while (end - p >= 8) {
+      std::uint64_t bytes;
+      std::memcpy(&bytes, p, sizeof bytes);
+      if (has_special_byte(bytes)) {
+        break;
+      }
+      p += 8;
+    }
     while (p != end && plain_bytes[*p]) {
       ++p;
     }
@@ -159,26 +179,37 @@ void json_lines_formatter::format(const spdlog::details::log_msg& msg, spdlog::m
     second_text_[16] = ':';
     put_digits(second_text_ + 17, static_cast<unsigned>(utc.tm_sec), 2);
   }
-  char millis[4] = {'.'};
-  put_digits(millis + 1, static_cast<unsigned>((since_epoch - second).count()), 3);
-
-  append(dest, R"({"time":")");
-  append(dest, std::string_view(second_text_, sizeof second_text_));
-  append(dest, std::string_view(millis, sizeof millis));
-  append(dest, R"(Z","level":")");
+  // The fixed pieces are put together on the stack and appended in two
+  // calls, instead of one call per piece.
+  char head[80];
+  char* at = head;
+  const auto put = [&at](std::string_view text) {
+    std::memcpy(at, text.data(), text.size());
+    at += text.size();
+  };
+  put(R"({"time":")");
+  put(std::string_view(second_text_, sizeof second_text_));
+  *at++ = '.';
+  put_digits(at, static_cast<unsigned>((since_epoch - second).count()), 3);
+  at += 3;
+  put(R"(Z","level":")");
   const auto level = spdlog::level::to_string_view(msg.level);
-  append(dest, std::string_view(level.data(), level.size()));
-  append(dest, R"(","logger":")");
+  put(std::string_view(level.data(), level.size()));
+  put(R"(","logger":")");
+  dest.append(head, at);
   append_json_string_body(std::string_view(msg.logger_name.data(), msg.logger_name.size()), dest);
   append(dest, R"(","msg":")");
   append_json_string_body(std::string_view(msg.payload.data(), msg.payload.size()), dest);
-  append(dest, R"(","pid":)");
+
+  at = head;
+  put(R"(","pid":)");
   const fmt::format_int pid(process_id());
-  append(dest, std::string_view(pid.data(), pid.size()));
-  append(dest, R"(,"thread":)");
+  put(std::string_view(pid.data(), pid.size()));
+  put(R"(,"thread":)");
   const fmt::format_int thread(msg.thread_id);
-  append(dest, std::string_view(thread.data(), thread.size()));
-  append(dest, "}\n");
+  put(std::string_view(thread.data(), thread.size()));
+  put("}\n");
+  dest.append(head, at);
 }
 
 std::unique_ptr<spdlog::formatter> json_lines_formatter::clone() const {
