@@ -8,8 +8,8 @@
 
 #include <spdlog/common.h>
 
-#include <functional>
 #include <map>
+#include <typeinfo>
 
 namespace norvane {
 namespace {
@@ -40,29 +40,19 @@ std::vector<int> line_numbers(const fs::path& file) {
 
 TEST(RotatingFileSink, KeepsWholeLinesInNumberedFilesAndDropsTheOldest) {
   struct rotation_case {
-    const char* name;
     double limit_in_lines;  // the size limit, in lengths of one line
     std::size_t max_files;
-    int restart_at;  // a new sink takes over the file here, or -1
+    int restart_at;  // a new sink takes over the file here
     int total;
-    std::map<std::string, std::vector<int>> expected;  // every file left, with its line numbers
+    std::map<int, std::vector<int>> expected;  // every file left (0: app.log), with its lines
+    const char* name;
   };
   const rotation_case cases[] = {
-      {"rotates and drops the oldest",
-       3,
-       2,
-       -1,
-       10,
-       {{"app.log", {9}}, {"app.1.log", {6, 7, 8}}, {"app.2.log", {3, 4, 5}}}},
-      {"under the limit", 5, 3, -1, 4, {{"app.log", {0, 1, 2, 3}}}},
-      {"no older files: emptied instead", 3, 0, -1, 7, {{"app.log", {6}}}},
-      {"a line longer than the limit is not split",
-       0.5,
-       2,
-       -1,
-       3,
-       {{"app.log", {2}}, {"app.1.log", {1}}, {"app.2.log", {0}}}},
-      {"a new sink counts what the file holds", 3, 1, 2, 4, {{"app.log", {3}}, {"app.1.log", {0, 1, 2}}}},
+      {3, 2, 0, 10, {{0, {9}}, {1, {6, 7, 8}}, {2, {3, 4, 5}}}, "rotates and drops the oldest"},
+      {5, 3, 0, 4, {{0, {0, 1, 2, 3}}}, "under the limit"},
+      {3, 0, 0, 7, {{0, {6}}}, "no older files: emptied instead"},
+      {0.5, 2, 0, 3, {{0, {2}}, {1, {1}}, {2, {0}}}, "a line longer than the limit is not split"},
+      {3, 1, 2, 4, {{0, {3}}, {1, {0, 1, 2}}}, "a new sink counts what the file holds"},
   };
   test::temp_dir probe;
   log_lines(std::make_shared<log_sink_file>(probe / "one.log", true), 0, 1);
@@ -78,12 +68,12 @@ TEST(RotatingFileSink, KeepsWholeLinesInNumberedFilesAndDropsTheOldest) {
         }
         return std::make_shared<log_sink_rotating_file>(dir / "app.log", limit, c.max_files);
       };
-      const int restart = c.restart_at < 0 ? c.total : c.restart_at;
-      log_lines(make(), 0, restart);
-      log_lines(make(), restart, c.total);
-      std::map<std::string, std::vector<int>> found;
+      log_lines(make(), 0, c.restart_at);
+      log_lines(make(), c.restart_at, c.total);
+      std::map<int, std::vector<int>> found;
       for (const auto& entry : fs::directory_iterator(dir.path())) {
-        found[entry.path().filename().string()] = line_numbers(entry.path());
+        const auto name = entry.path().filename().string();
+        found[name == "app.log" ? 0 : std::stoi(name.substr(4))] = line_numbers(entry.path());
         EXPECT_LE(fs::file_size(entry.path()), std::max(limit, line_size)) << entry.path();
       }
       EXPECT_EQ(found, c.expected);
@@ -111,52 +101,49 @@ TEST(RotatingFileSink, BadLimitsAndFaultsNeverLoseALine) {
   EXPECT_EQ(line_numbers(dir / "logs" / "app.log"), (std::vector<int>{1, 2, 3}));
 }
 
-TEST(FileSinks, ReopenStartsANewFileAtTheOriginalPath) {
-  using factory = std::function<std::shared_ptr<log_sink>(const fs::path&)>;
-  using reopener = std::function<bool(log_sink&)>;
-  const std::pair<factory, reopener> kinds[] = {
-      {[](const fs::path& p) { return std::make_shared<log_sink_file>(p, false); },
-       [](log_sink& s) { return static_cast<log_sink_file&>(s).reopen(); }},
-      {[](const fs::path& p) { return std::make_shared<log_sink_file_threaded>(p, false); },
-       [](log_sink& s) { return static_cast<log_sink_file_threaded&>(s).reopen(); }},
-      {[](const fs::path& p) { return std::make_shared<log_sink_rotating_file_threaded>(p, 1 << 20, 2); },
-       [](log_sink& s) { return static_cast<log_sink_rotating_file_threaded&>(s).reopen(); }},
-      {[](const fs::path& p) { return std::make_shared<log_sink_json_file>(p, false); },
-       [](log_sink& s) { return static_cast<log_sink_json_file&>(s).reopen(); }},
+// Moves the file away, reopens, then makes reopening fail; the log
+// directory does not exist at first, nor after it is removed midway.
+template <typename Sink, typename... Limits>
+void check_reopen(Limits... limits) {
+  SCOPED_TRACE(typeid(Sink).name());
+  test::temp_dir dir;
+  const auto path = dir / "logs" / "app.log";
+  auto sink = std::make_shared<Sink>(path, limits...);
+  log_stream stream("s", sink);
+  stream.set_level(log_level::info);
+  const auto write = [&](const char* text) {
+    stream.log(log_level::info, "{}", text);
+    stream.flush();
   };
-  for (const auto& [make, reopen] : kinds) {
-    test::temp_dir dir;
-    const auto path = dir / "logs" / "app.log";
-    auto sink = make(path);
-    log_stream stream("s", sink);
-    stream.set_level(log_level::info);
-    const auto write = [&](const char* text) {
-      stream.log(log_level::info, "{}", text);
-      stream.flush();
-    };
-    write("first");
-    fs::rename(path, dir / "moved.log");
-    write("second");
-    EXPECT_TRUE(reopen(*sink));
-    write("third");
-    // A vanished directory is made again.
-    fs::remove_all(dir / "logs");
-    EXPECT_TRUE(reopen(*sink));
-    write("fourth");
-    // A path that cannot be opened: reported once, and writing goes on where it was.
-    fs::rename(path, dir / "kept.log");
-    fs::create_directory(path);
-    test::log_capture errors;
-    EXPECT_FALSE(reopen(*sink));
-    write("fifth");
-    ASSERT_EQ(errors.entries().size(), 1u);
-    EXPECT_NE(errors.entries()[0].message.find("Failed opening file " + path.string()), std::string::npos);
-    EXPECT_EQ(lines_of(read_file(dir / "moved.log")).size(), 2u);
-    const auto kept = lines_of(read_file(dir / "kept.log"));
-    ASSERT_EQ(kept.size(), 2u);
-    EXPECT_NE(kept[0].find("fourth"), std::string::npos);
-    EXPECT_NE(kept[1].find("fifth"), std::string::npos);
-  }
+  write("first");
+  fs::rename(path, dir / "moved.log");
+  write("second");
+  EXPECT_TRUE(sink->reopen());
+  write("third");
+  fs::remove_all(dir / "logs");
+  EXPECT_TRUE(sink->reopen());
+  write("fourth");
+  fs::rename(path, dir / "kept.log");
+  fs::create_directory(path);
+  test::log_capture errors;
+  EXPECT_FALSE(sink->reopen());
+  write("fifth");
+  ASSERT_EQ(errors.entries().size(), 1u);
+  EXPECT_NE(errors.entries()[0].message.find("Failed opening file " + path.string()), std::string::npos);
+  const auto moved = lines_of(read_file(dir / "moved.log"));
+  const auto kept = lines_of(read_file(dir / "kept.log"));
+  ASSERT_EQ(moved.size(), 2u);
+  ASSERT_EQ(kept.size(), 2u);
+  EXPECT_NE(moved[1].find("second"), std::string::npos);
+  EXPECT_NE(kept[0].find("fourth"), std::string::npos);
+  EXPECT_NE(kept[1].find("fifth"), std::string::npos);
+}
+
+TEST(FileSinks, ReopenStartsANewFileAtTheOriginalPathOrKeepsTheOldOne) {
+  check_reopen<log_sink_file>(false);
+  check_reopen<log_sink_file_threaded>(true);
+  check_reopen<log_sink_rotating_file_threaded>(std::size_t{1} << 20, std::size_t{2});
+  check_reopen<log_sink_json_file>(false);
 }
 
 }  // namespace
