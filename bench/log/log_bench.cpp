@@ -1,4 +1,5 @@
-// The log stream against raw spdlog on the same kind of sink.
+// The log stream against raw spdlog on the same kind of sink, and the
+// rotating and JSON-lines file sinks against the plain file sink.
 #include <norvane/log.hpp>
 
 #include <benchmark/benchmark.h>
@@ -80,6 +81,39 @@ void file_sink_raw(benchmark::State& state) {
   std::filesystem::remove(path);
 }
 
+// One stream over `sink`, logging a typical record per iteration.
+void log_to(benchmark::State& state, const std::shared_ptr<norvane::log_sink>& sink) {
+  norvane::log_stream stream("bench", sink);
+  stream.set_level(norvane::log_level::info);
+  int i = 0;
+  for (auto _ : state) {
+    stream.log(norvane::log_level::info, "connection {} accepted from \"{}\", {} bytes queued", i++,
+               "client-7", 4096);
+  }
+}
+
+void plain_file(benchmark::State& state) {
+  const auto path = bench_file("norvane-bench-plain.log");
+  log_to(state, std::make_shared<norvane::log_sink_file>(path, true));
+  std::filesystem::remove(path);
+}
+
+void json_lines_file(benchmark::State& state) {
+  const auto path = bench_file("norvane-bench.jsonl");
+  log_to(state, std::make_shared<norvane::log_sink_json_file>(path, true));
+  std::filesystem::remove(path);
+}
+
+// Rotating every 4 MiB, so the cost of renaming is in the figure.
+void rotating_file(benchmark::State& state) {
+  log_to(state, std::make_shared<norvane::log_sink_rotating_file>(bench_file("norvane-bench-rotating.log"),
+                                                                  4 << 20, 2));
+  for (const char* name :
+       {"norvane-bench-rotating.log", "norvane-bench-rotating.1.log", "norvane-bench-rotating.2.log"}) {
+    std::filesystem::remove(bench_file(name));
+  }
+}
+
 }  // namespace
 
 BENCHMARK(disabled_raw)->Name("disabled_level/raw");
@@ -88,3 +122,9 @@ BENCHMARK(null_sink_raw)->Name("admitted_to_null_sink/raw");
 BENCHMARK(null_sink_norvane)->Name("admitted_to_null_sink/norvane");
 BENCHMARK(file_sink_raw)->Name("admitted_to_file_sink/raw");
 BENCHMARK(file_sink_norvane)->Name("admitted_to_file_sink/norvane");
+// "raw" is the plain file sink here: the ratios say what the record layout
+// and the size limit cost on top of it.
+BENCHMARK(plain_file)->Name("json_lines_over_plain_file/raw");
+BENCHMARK(json_lines_file)->Name("json_lines_over_plain_file/norvane");
+BENCHMARK(plain_file)->Name("rotating_over_plain_file/raw");
+BENCHMARK(rotating_file)->Name("rotating_over_plain_file/norvane");

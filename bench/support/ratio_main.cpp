@@ -13,13 +13,19 @@ class ratio_reporter : public benchmark::ConsoleReporter {
 public:
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const auto& run : runs) {
-      if (run.run_type != Run::RT_Iteration || run.error_occurred) {
+      // With --benchmark_repetitions the median stands for a case, so that
+      // one slow repetition on a loaded machine does not set the ratio.
+      const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+      if ((run.run_type != Run::RT_Iteration && !median) || run.error_occurred) {
         continue;
       }
-      const std::string name = run.benchmark_name();
+      const std::string name = run.run_name.str();
       const auto slash = name.rfind('/');
       if (slash != std::string::npos) {
-        times_[name.substr(0, slash)][name.substr(slash + 1)] = run.GetAdjustedRealTime();
+        auto& time = times_[name.substr(0, slash)][name.substr(slash + 1)];
+        if (median || !time.median) {
+          time = {run.GetAdjustedRealTime(), median};
+        }
       }
     }
     ConsoleReporter::ReportRuns(runs);
@@ -30,14 +36,19 @@ public:
     for (const auto& [name, sides] : times_) {
       const auto ours = sides.find("norvane");
       const auto raw = sides.find("raw");
-      if (ours != sides.end() && raw != sides.end() && raw->second > 0) {
-        std::printf("%-48s %12.3f\n", name.c_str(), ours->second / raw->second);
+      if (ours != sides.end() && raw != sides.end() && raw->second.adjusted_real_time > 0) {
+        std::printf("%-48s %12.3f\n", name.c_str(),
+                    ours->second.adjusted_real_time / raw->second.adjusted_real_time);
       }
     }
   }
 
 private:
-  std::map<std::string, std::map<std::string, double>> times_;
+  struct case_time {
+    double adjusted_real_time = 0;
+    bool median = false;
+  };
+  std::map<std::string, std::map<std::string, case_time>> times_;
 };
 
 }  // namespace

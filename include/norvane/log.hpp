@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -113,17 +114,25 @@ public:
 };
 
 // A file, appended to unless `truncate` is true. A file that cannot be
-// opened throws spdlog::spdlog_ex (a std::exception) from here.
+// opened throws spdlog::spdlog_ex (a std::exception) from here; missing
+// parent directories are made.
 class NORVANE_API log_sink_file : public log_sink {
 public:
   log_sink_file(const std::filesystem::path& path, bool truncate);
   ~log_sink_file() override;
+  // For rotation by another program (logrotate moves the file, then tells
+  // the application): the next line goes to a new file at the original
+  // path. False, with one error line through the library logger, when that
+  // file cannot be opened; the sink then keeps writing to the file it had.
+  bool reopen();
 };
 
 class NORVANE_API log_sink_file_threaded : public log_sink {
 public:
   log_sink_file_threaded(const std::filesystem::path& path, bool truncate);
   ~log_sink_file_threaded() override;
+  // As log_sink_file::reopen; safe while other threads log.
+  bool reopen();
 };
 
 // Fans each message out to a list of targets, in list order. The list keeps
@@ -143,6 +152,67 @@ public:
   ~log_sink_distribution_threaded() override;
   // Safe against concurrent logging: the list is swapped under the sink's mutex.
   void set_sinks(const std::vector<std::shared_ptr<log_sink>>& sinks);
+};
+
+// A file with a size limit, appended to. When the next line would take it
+// past `max_size_bytes`, app.log becomes app.1.log, app.1.log app.2.log and
+// so on, the one past `max_files` is removed, and a new app.log starts. A
+// line is never split: one longer than the limit gets a file of its own.
+// `max_files` 0 keeps no older file: app.log starts again empty. A limit of
+// 0 bytes, like a file that cannot be opened, throws spdlog::spdlog_ex. A
+// rotation that fails (a rename refused) goes to spdlog's error handler as a
+// write failure does; the line is still written and the next try comes one
+// limit later. A directory removed while the sink runs is made again at the
+// next rotation or reopen().
+class NORVANE_API log_sink_rotating_file : public log_sink {
+public:
+  log_sink_rotating_file(const std::filesystem::path& path, std::size_t max_size_bytes,
+                         std::size_t max_files);
+  ~log_sink_rotating_file() override;
+  // As log_sink_file::reopen.
+  bool reopen();
+};
+
+class NORVANE_API log_sink_rotating_file_threaded : public log_sink {
+public:
+  log_sink_rotating_file_threaded(const std::filesystem::path& path, std::size_t max_size_bytes,
+                                  std::size_t max_files);
+  ~log_sink_rotating_file_threaded() override;
+  bool reopen();
+};
+
+// Records as JSON lines, for programs that read logs, one object per line:
+//   {"time":"2026-11-21T10:00:00.123Z","level":"info","logger":"app","msg":"disk 91%
+//   full","pid":4242,"thread":4243}
+// The time is UTC with milliseconds. Every line is strict JSON whatever the
+// message holds: quotes, backslashes and control bytes are escaped, and each
+// ill-formed UTF-8 piece becomes U+FFFD. Files as log_sink_file.
+class NORVANE_API log_sink_json_file : public log_sink {
+public:
+  log_sink_json_file(const std::filesystem::path& path, bool truncate);
+  ~log_sink_json_file() override;
+  // As log_sink_file::reopen.
+  bool reopen();
+};
+
+class NORVANE_API log_sink_json_file_threaded : public log_sink {
+public:
+  log_sink_json_file_threaded(const std::filesystem::path& path, bool truncate);
+  ~log_sink_json_file_threaded() override;
+  bool reopen();
+};
+
+class NORVANE_API log_sink_json_stdout : public log_sink {
+public:
+  log_sink_json_stdout();
+  ~log_sink_json_stdout() override;
+};
+
+// Shares the process-wide console mutex with the other standard-output sinks.
+class NORVANE_API log_sink_json_stdout_threaded : public log_sink {
+public:
+  log_sink_json_stdout_threaded();
+  ~log_sink_json_stdout_threaded() override;
 };
 
 // A named logger over one sink. A new stream is silent (level `off`) until

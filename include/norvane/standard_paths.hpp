@@ -22,13 +22,20 @@ public:
     home = 4,          // the user's home directory
     generic_data = 5,  // shared data, at the organisation's level
     temp = 6,          // the temporary directory
+    app_cache = 7,     // the application's cache: files it can make again
+    app_state = 8,     // the application's state kept between runs, logs among it
+    runtime = 9,       // sockets, locks and the like, for this login only
   };
 
   // The organisation is the instance's domain when set, else its name; the
   // application is its application name. An application directory is
   // "<base>/<org>.<app>", or "<base>/<app>" without an organisation, or the
-  // base itself when both are empty (no instance). Empty when the location
-  // is unknown or a base directory cannot be found.
+  // base itself when both are empty (no instance). The bases are
+  // $XDG_CONFIG_HOME (~/.config), $XDG_DATA_HOME (~/.local/share),
+  // $XDG_CACHE_HOME (~/.cache) and $XDG_STATE_HOME (~/.local/state); `runtime`
+  // is $XDG_RUNTIME_DIR itself, or the temporary directory when it is unset.
+  // A relative or empty variable counts as unset. Empty when the location is
+  // unknown or a base directory cannot be found.
   static std::string writable_location(location where);
 };
 

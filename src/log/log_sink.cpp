@@ -1,11 +1,11 @@
 // The sink family: each class picks one spdlog sink and its locking policy.
+// The file sinks, which share one file record, are in file_sinks.cpp.
 #include "log/log_sink_pimpl.hpp"
 #include "norvane/log.hpp"
 
 #include <spdlog/details/console_globals.h>
 #include <spdlog/details/null_mutex.h>
 #include <spdlog/sinks/ansicolor_sink.h>
-#include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/sinks/dist_sink.h>
 #include <spdlog/sinks/null_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
@@ -16,13 +16,7 @@ namespace norvane {
 
 namespace {
 
-template <typename Sink, typename... Args>
-log_sink_pimpl& make_pimpl(Args&&... args) {
-  // The spdlog sink first: when it throws (a file that cannot be opened)
-  // no record has been allocated.
-  auto sink = std::make_shared<Sink>(std::forward<Args>(args)...);
-  return *new log_sink_pimpl(std::move(sink));
-}
+using details::make_pimpl;
 
 template <typename Mutex>
 void replace_targets(const log_sink_pimpl& impl, const std::vector<std::shared_ptr<log_sink>>& sinks) {
@@ -68,14 +62,6 @@ log_sink_stdout_colour_threaded::log_sink_stdout_colour_threaded()
     : log_sink(
           make_pimpl<spdlog::sinks::ansicolor_stdout_sink<console_mutex>>(spdlog::color_mode::automatic)) {}
 log_sink_stdout_colour_threaded::~log_sink_stdout_colour_threaded() = default;
-
-log_sink_file::log_sink_file(const std::filesystem::path& path, bool truncate)
-    : log_sink(make_pimpl<spdlog::sinks::basic_file_sink<null_mutex>>(path.native(), truncate)) {}
-log_sink_file::~log_sink_file() = default;
-
-log_sink_file_threaded::log_sink_file_threaded(const std::filesystem::path& path, bool truncate)
-    : log_sink(make_pimpl<spdlog::sinks::basic_file_sink<std::mutex>>(path.native(), truncate)) {}
-log_sink_file_threaded::~log_sink_file_threaded() = default;
 
 log_sink_distribution::log_sink_distribution()
     : log_sink(make_pimpl<spdlog::sinks::dist_sink<null_mutex>>()) {}

@@ -1,5 +1,8 @@
 // The user's base directories on Linux: the XDG base directories, and the
 // home directory from $HOME or, failing that, the password database.
+#include "settings/trailing_separator.hpp"
+#include "settings/user_directories.hpp"
+
 #include <norvane/standard_paths.hpp>
 
 #include <pwd.h>
@@ -18,7 +21,7 @@ std::filesystem::path absolute_variable(const char* name) {
   if (value == nullptr || value[0] != '/') {
     return {};
   }
-  return value;
+  return without_trailing_separator(value);
 }
 
 std::filesystem::path password_home() {
@@ -35,18 +38,18 @@ std::filesystem::path password_home() {
   return found->pw_dir;
 }
 
-// Within a base directory "/" is a root, not a trailing separator; other
-// trailing separators go, as the tilde expansion of other platforms drops them.
-std::filesystem::path without_trailing_separator(std::string text) {
-  while (text.size() > 1 && text.back() == '/') {
-    text.pop_back();
+// The variable's directory when it is set and absolute, else `fallback`
+// under the home directory; empty when there is neither.
+std::filesystem::path xdg_directory(const char* variable, const char* fallback) {
+  auto base = absolute_variable(variable);
+  if (base.empty()) {
+    const auto home = user_home_directory();
+    if (home.empty()) {
+      return {};
+    }
+    base = home / fallback;
   }
-  return text;
-}
-
-std::filesystem::path under_home(const char* relative) {
-  const auto home = user_home_directory();
-  return home.empty() ? std::filesystem::path() : home / relative;
+  return base;
 }
 
 }  // namespace
@@ -60,22 +63,19 @@ std::filesystem::path user_home_directory() {
 }
 
 std::vector<std::filesystem::path> user_data_directories() {
-  auto base = absolute_variable("XDG_DATA_HOME");
-  if (base.empty()) {
-    base = under_home(".local/share");
-  }
+  auto base = xdg_directory("XDG_DATA_HOME", ".local/share");
   if (base.empty()) {
     return {};
   }
-  return {without_trailing_separator(base.string())};
+  return {std::move(base)};
 }
 
-std::filesystem::path user_config_directory() {
-  auto base = absolute_variable("XDG_CONFIG_HOME");
-  if (base.empty()) {
-    base = under_home(".config");
-  }
-  return base.empty() ? base : without_trailing_separator(base.string());
-}
+std::filesystem::path user_config_directory() { return xdg_directory("XDG_CONFIG_HOME", ".config"); }
+
+std::filesystem::path user_cache_directory() { return xdg_directory("XDG_CACHE_HOME", ".cache"); }
+
+std::filesystem::path user_state_directory() { return xdg_directory("XDG_STATE_HOME", ".local/state"); }
+
+std::filesystem::path user_runtime_directory() { return absolute_variable("XDG_RUNTIME_DIR"); }
 
 }  // namespace norvane::details

@@ -1,4 +1,7 @@
 // Joining the user's base directories with the application identity.
+#include "settings/trailing_separator.hpp"
+#include "settings/user_directories.hpp"
+
 #include <norvane/application.hpp>
 #include <norvane/standard_paths.hpp>
 
@@ -10,10 +13,11 @@ namespace details {
 
 namespace {
 
-void drop_trailing_separators(std::string& text) {
-  while (text.size() > 1 && text.back() == '/') {
-    text.pop_back();
-  }
+// Empty when the system has no usable temporary directory.
+std::string temp_path() {
+  std::error_code ec;
+  auto temp = std::filesystem::temp_directory_path(ec);
+  return ec ? std::string() : temp.string();
 }
 
 // "<base>.<app>" shares the organisation's directory name; without an
@@ -24,6 +28,20 @@ std::string with_application(std::string base, const std::string& org, const std
     base += app;
   }
   return base;
+}
+
+// The cache and state directories follow the data directory's rules.
+std::string get_app_cache_path(const std::string& org, const std::string& app) {
+  return with_application(finalize_path({user_cache_directory()}, org), org, app);
+}
+
+std::string get_app_state_path(const std::string& org, const std::string& app) {
+  return with_application(finalize_path({user_state_directory()}, org), org, app);
+}
+
+std::string get_runtime_path() {
+  const auto runtime = user_runtime_directory();
+  return runtime.empty() ? temp_path() : runtime.string();
 }
 
 }  // namespace
@@ -39,8 +57,7 @@ std::string finalize_path(const std::vector<std::filesystem::path>& bases, const
     }
     text += component;
   }
-  drop_trailing_separators(text);
-  return text;
+  return without_trailing_separator(std::move(text));
 }
 
 std::string get_org_data_path(const std::string& org) { return finalize_path(user_data_directories(), org); }
@@ -90,11 +107,14 @@ std::string standard_paths::writable_location(location where) {
       return details::get_home_path();
     case location::generic_data:
       return details::get_generic_data_path(org);
-    case location::temp: {
-      std::error_code ec;
-      auto temp = std::filesystem::temp_directory_path(ec);
-      return ec ? std::string() : temp.string();
-    }
+    case location::temp:
+      return details::temp_path();
+    case location::app_cache:
+      return details::get_app_cache_path(org, app);
+    case location::app_state:
+      return details::get_app_state_path(org, app);
+    case location::runtime:
+      return details::get_runtime_path();
   }
   return {};
 }

@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <regex>
 #include <thread>
@@ -85,6 +87,52 @@ TEST(LogConcurrency, ThreadedFileSinkLosesAndTearsNothingWhileTheRegistryChurns)
     marks[static_cast<std::size_t>(i)] = true;
   }
   EXPECT_EQ(seen.size(), static_cast<std::size_t>(writers));
+}
+
+// Eight writers on a rotating sink with a small limit while another thread
+// moves the file away and reopens, as logrotate would: every line must end
+// up in exactly one file, whole.
+TEST(LogConcurrency, RotationLosesSplitsAndRepeatsNoLine) {
+  test::temp_dir dir;
+  constexpr int writers = 8;
+  constexpr int lines_per_writer = 400;
+  auto sink = std::make_shared<log_sink_rotating_file_threaded>(dir / "app.log", 4096, 100000);
+  auto stream = std::make_shared<log_stream>("w", sink);
+  stream->set_level(log_level::info);
+  std::atomic<int> finished{0};
+  std::vector<std::thread> threads;
+  for (int w = 0; w < writers; ++w) {
+    threads.emplace_back([&, w] {
+      for (int i = 0; i < lines_per_writer; ++i) {
+        stream->log(log_level::info, "{} {} {}", w, i, std::string(static_cast<std::size_t>(i % 50), 'x'));
+      }
+      ++finished;
+    });
+  }
+  for (int moved = 0; finished.load() < writers; ++moved) {
+    std::error_code ignored;
+    std::filesystem::rename(dir / "app.log", dir / ("outside." + std::to_string(moved)), ignored);
+    EXPECT_TRUE(sink->reopen());
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  for (auto& t : threads) {
+    t.join();
+  }
+  stream.reset();
+  sink.reset();
+
+  static const std::regex layout(R"(^\[[-\d: .]{23}\] \[w\] \[info\] (\d) (\d+) (x*)$)");
+  std::vector<int> seen(writers * lines_per_writer);
+  for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+    for (const auto& line : test::lines_of(test::read_file(entry.path()))) {
+      std::smatch m;
+      ASSERT_TRUE(std::regex_match(line, m, layout)) << "torn line in " << entry.path() << ": " << line;
+      const int i = std::stoi(m[2]);
+      ASSERT_EQ(m[3].length(), i % 50) << line;
+      ++seen[static_cast<std::size_t>(std::stoi(m[1]) * lines_per_writer + i)];
+    }
+  }
+  EXPECT_EQ(std::count(seen.begin(), seen.end(), 1), writers * lines_per_writer);
 }
 
 }  // namespace

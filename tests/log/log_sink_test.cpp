@@ -52,15 +52,6 @@ TEST(LogSink, FileSinkAppendsOrTruncates) {
   EXPECT_TRUE(test::is_default_layout(lines[0], "s", "error", "fresh"));
 }
 
-TEST(LogSink, FileSinkCreatesMissingParentDirectories) {
-  test::temp_dir dir;
-  const auto path = dir / "a" / "b" / "deep.log";
-  auto stream = stream_on(std::make_shared<log_sink_file>(path, true));
-  stream->log(log_level::info, "deep");
-  stream->flush();
-  EXPECT_EQ(lines_of(read_file(path)).size(), 1u);
-}
-
 TEST(LogSink, UnopenableFileThrowsFromTheConstructor) {
   test::temp_dir dir;
   // A directory where the file should be cannot be opened for writing, even by root.

@@ -46,7 +46,7 @@ TEST_F(StandardPaths, WithoutAnApplicationTheBaseDirectoriesThemselves) {
   EXPECT_EQ(standard_paths::writable_location(where::org_config), config);
   EXPECT_EQ(standard_paths::writable_location(where::home), env("HOME"));
   EXPECT_EQ(standard_paths::writable_location(where::temp), std::filesystem::temp_directory_path().string());
-  EXPECT_EQ(standard_paths::writable_location(static_cast<where>(7)), "");
+  EXPECT_EQ(standard_paths::writable_location(static_cast<where>(10)), "");
   EXPECT_EQ(standard_paths::writable_location(static_cast<where>(-1)), "");
 }
 
@@ -90,6 +90,39 @@ TEST_F(StandardPaths, BaseDirectoriesFollowTheXdgConvention) {
     EXPECT_EQ(details::get_app_config_path("", "app"), dir.path().string() + "/conf/app");
     EXPECT_EQ(details::get_app_config_path("org", ""), dir.path().string() + "/conf/org");
   }
+}
+
+TEST_F(StandardPaths, CacheStateAndRuntimeLocations) {
+  // Added after the first seven, whose values must not move.
+  static_assert(static_cast<int>(where::temp) == 6 && static_cast<int>(where::app_cache) == 7 &&
+                static_cast<int>(where::runtime) == 9);
+  make_application("/opt/studio/tool");
+  app_->set_organization_name("Studio");
+  const auto home = env("HOME");
+  const auto temp = std::filesystem::temp_directory_path().string();
+  struct location_case {
+    where location;
+    const char* variable;
+    const char* value;  // null: unset
+    std::string expected;
+  };
+  const location_case cases[] = {
+      {where::app_cache, "XDG_CACHE_HOME", "/var/cache/u//", "/var/cache/u/Studio.tool"},
+      {where::app_cache, "XDG_CACHE_HOME", "relative/cache", home + "/.cache/Studio.tool"},
+      {where::app_cache, "XDG_CACHE_HOME", "", home + "/.cache/Studio.tool"},
+      {where::app_state, "XDG_STATE_HOME", "/srv/state", "/srv/state/Studio.tool"},
+      {where::app_state, "XDG_STATE_HOME", nullptr, home + "/.local/state/Studio.tool"},
+      {where::runtime, "XDG_RUNTIME_DIR", "/run/user/1000/", "/run/user/1000"},
+      {where::runtime, "XDG_RUNTIME_DIR", "run/user", temp},
+      {where::runtime, "XDG_RUNTIME_DIR", nullptr, temp},
+  };
+  for (const auto& c : cases) {
+    scoped_env variable(c.variable, c.value);
+    EXPECT_EQ(standard_paths::writable_location(c.location), c.expected)
+        << c.variable << "=" << (c.value ? c.value : "(unset)");
+  }
+  app_->set_organization_name("");
+  EXPECT_EQ(standard_paths::writable_location(where::app_state), env("XDG_STATE_HOME") + "/tool");
 }
 
 TEST_F(StandardPaths, HomeFallsBackToThePasswordDatabase) {

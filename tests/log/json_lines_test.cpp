@@ -1,0 +1,89 @@
+#include "log/log_test_util.hpp"
+#include "support/test_support.hpp"
+
+#include <norvane/log.hpp>
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include <unistd.h>
+
+#include <ctime>
+#include <regex>
+
+namespace norvane {
+namespace {
+
+using namespace std::string_literals;
+
+// Each line must be one object that a strict parser accepts.
+std::vector<nlohmann::json> records_in(const std::string& text) {
+  std::vector<nlohmann::json> records;
+  for (const auto& line : test::lines_of(text)) {
+    records.push_back(nlohmann::json::parse(line));
+  }
+  return records;
+}
+
+TEST(JsonLinesSink, EveryMessageGivesOneStrictJsonLine) {
+  const std::string replacement = "\xef\xbf\xbd";
+  std::vector<std::pair<std::string, std::string>> cases = {
+      {R"(quote " backslash \ slash /)", R"(quote " backslash \ slash /)"},
+      {"new\nline\ttab\rreturn\bback\fform", "new\nline\ttab\rreturn\bback\fform"},
+      {"nul\0one\x01unit\x1f"
+       "del\x7f"s,
+       "nul\0one\x01unit\x1f"
+       "del\x7f"s},
+      {"\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80", "\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80"},
+      {"lone \x80 continuation, \xff", "lone " + replacement + " continuation, " + replacement},
+      {"cut \xe2\x82", "cut " + replacement},
+      {"cut \xc3"
+       "before ascii",
+       "cut " + replacement + "before ascii"},
+      {"overlong \xc0\xaf", "overlong " + replacement + replacement},
+      {"surrogate \xed\xa0\x80", "surrogate " + replacement + replacement + replacement},
+      {"past U+10FFFF \xf4\x90\x80\x80",
+       "past U+10FFFF " + replacement + replacement + replacement + replacement},
+      {"", ""},
+  };
+  // 1 MiB holding every byte value, each followed by 'x', so that every byte
+  // from 0x80 up is an ill-formed piece of its own.
+  for (std::size_t i = 0; cases.back().first.size() < (1 << 20); ++i) {
+    const auto byte = static_cast<char>(i % 256);
+    cases.back().first += {byte, 'x'};
+    cases.back().second += (i % 256 < 0x80 ? std::string(1, byte) : replacement) + "x";
+  }
+  test::temp_dir dir;
+  test::stdout_capture out;
+  for (auto sink : {std::shared_ptr<log_sink>(std::make_shared<log_sink_json_file>(dir / "app.jsonl", true)),
+                    std::shared_ptr<log_sink>(std::make_shared<log_sink_json_stdout_threaded>())}) {
+    log_stream stream("odd \"name\"\n", sink);
+    stream.set_level(log_level::info);
+    for (const auto& [message, expected] : cases) {
+      stream.log(log_level::warning, "{}", message);
+    }
+  }
+  static const std::regex rfc3339(R"(^(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d)\.\d{3}Z$)");
+  for (const auto& text : {test::read_file(dir / "app.jsonl"), out.text()}) {
+    const auto records = records_in(text);
+    ASSERT_EQ(records.size(), cases.size());
+    for (std::size_t i = 0; i < records.size(); ++i) {
+      const auto& record = records[i];
+      EXPECT_EQ(record["msg"], cases[i].second) << i;
+      EXPECT_EQ(record["level"], "warning");
+      EXPECT_EQ(record["logger"], "odd \"name\"\n");
+      EXPECT_EQ(record["pid"], ::getpid());
+      EXPECT_EQ(record["thread"], ::gettid());
+      std::smatch m;
+      const std::string time = record["time"];
+      ASSERT_TRUE(std::regex_match(time, m, rfc3339)) << time;
+      std::tm utc{};
+      ::strptime(m[1].str().c_str(), "%Y-%m-%dT%H:%M:%S", &utc);
+      EXPECT_LE(std::abs(::timegm(&utc) - std::time(nullptr)), 5) << "not UTC: " << time;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace norvane
