@@ -32,14 +32,6 @@ std::int64_t memory_raw_buffer::map(std::int64_t p) const noexcept {
   return static_cast<std::int64_t>(static_cast<std::uint64_t>(p) - k * cs + id * cs);
 }
 
-std::int64_t memory_raw_buffer::readable(std::int64_t count) const noexcept {
-  std::int64_t end = 0;
-  if (__builtin_add_overflow(position, count, &end) || end > size || end == 0) {
-    return std::max<std::int64_t>(size - position, 0);
-  }
-  return count;
-}
-
 template <typename Copy>
 std::int64_t memory_raw_buffer::transfer(std::int64_t& p, std::int64_t n, Copy copy,
                                          std::int64_t* last_offset) const noexcept {
