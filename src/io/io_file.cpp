@@ -61,14 +61,17 @@ void copy_in(const memory_mapped_buffer& mapping, const char* from, std::int64_t
 }
 
 // Room for bytes [position, end) of a write: growth when they pass the
-// mapped end, storage behind them otherwise.
-std::error_code make_room(memory_mapped_buffer& mapping, std::int64_t count, std::int64_t& end) {
+// mapped end, storage behind them otherwise. Growth may store the bytes
+// past the old end itself; `stored_from` says from where.
+std::error_code make_room(memory_mapped_buffer& mapping, const char* buffer, std::int64_t count,
+                          std::int64_t& end, std::int64_t& stored_from) {
   if (__builtin_add_overflow(mapping.position, count, &end)) {
     return std::make_error_code(std::errc::file_too_large);
   }
+  stored_from = end;
   std::error_code error;
   if (end > mapping.mapped_length) {
-    error = mapping.grow_to(end, mapping.position);
+    error = mapping.grow_to(end, mapping.position, buffer, stored_from);
   } else if (count > 0) {
     error = mapping.back(mapping.position, end);
   }
@@ -148,15 +151,16 @@ void io_file::write(const char* buffer, long count) {
     return;
   }
   std::int64_t end = 0;
-  if (const auto error = make_room(mapping, count, end)) {
+  std::int64_t stored_from = 0;
+  if (const auto error = make_room(mapping, buffer, count, end, stored_from)) {
     if (count != 0) {
       log_failure("write to", name(), error);
       set_state(badbit);
     }
     return;
   }
-  if (count > 0) {
-    copy_in(mapping, buffer, count);
+  if (stored_from > mapping.position) {
+    copy_in(mapping, buffer, stored_from - mapping.position);
   }
   mapping.position = end;
   mapping.size = std::max(mapping.size, end);

@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,6 +28,9 @@ std::error_code last_error() noexcept { return {errno, std::system_category()}; 
 // Address space mapped at least for a writable file; it costs nothing but
 // bookkeeping and saves remapping while the file grows.
 constexpr std::int64_t min_reservation = std::int64_t{256} << 20;
+
+// The largest page that growth writes as zeros (see set_length).
+constexpr std::int64_t zero_page_bytes = std::int64_t{64} << 10;
 
 // The flags for open(2), or -1 for a mode no file can be opened with. The
 // binary bit is deliberately not masked out: any mode with it is refused.
@@ -234,9 +238,10 @@ std::error_code memory_mapped_buffer::back(std::int64_t from, std::int64_t to) n
   return error;
 }
 
-std::error_code memory_mapped_buffer::extend_to(std::int64_t length, std::int64_t written_from) noexcept {
-  if (details::retry_on_eintr([&] { return ::ftruncate(fd, length); }) != 0) {
-    return last_error();
+std::error_code memory_mapped_buffer::extend_to(std::int64_t length, std::int64_t written_from,
+                                                const write_bytes& bytes) noexcept {
+  if (const auto error = set_length(length, bytes)) {
+    return error;
   }
   if (written_from >= length) {
     return {};
@@ -251,7 +256,43 @@ std::error_code memory_mapped_buffer::extend_to(std::int64_t length, std::int64_
   return error;
 }
 
-std::error_code memory_mapped_buffer::grow_to(std::int64_t required, std::int64_t written_from) noexcept {
+// A file written front to back grows by one page per step. Writing that page
+// (the write's own bytes, zeros around them) instead of truncating puts it in
+// the page cache in one call, with its storage accounted for: the mapping
+// need not fault it in and read it first, and bytes that reach the page end
+// never touch the mapping at all. perf on a 256-byte write loop put a third
+// of its time in the truncate-then-fault path.
+std::error_code memory_mapped_buffer::set_length(std::int64_t length, const write_bytes& bytes) noexcept {
+  const std::int64_t page = granularity();
+  if (length - mapped_length != page || page > zero_page_bytes) {
+    if (details::retry_on_eintr([&] { return ::ftruncate(fd, length); }) != 0) {
+      return last_error();
+    }
+    return {};
+  }
+  static const char zeros[zero_page_bytes] = {};
+  const bool any = bytes.data != nullptr;
+  const std::int64_t from = any ? std::clamp(bytes.from, mapped_length, length) : mapped_length;
+  const std::int64_t to = any ? std::clamp(bytes.to, from, length) : from;
+  const char* middle = any ? bytes.data + (from - bytes.from) : zeros;
+  const iovec pieces[] = {
+      {const_cast<char*>(zeros), static_cast<std::size_t>(from - mapped_length)},
+      {const_cast<char*>(middle), static_cast<std::size_t>(to - from)},
+      {const_cast<char*>(zeros), static_cast<std::size_t>(length - to)},
+  };
+  const ssize_t written = details::retry_on_eintr([&] { return ::pwritev(fd, pieces, 3, mapped_length); });
+  if (written == page) {
+    return {};
+  }
+  const auto error = written < 0 ? last_error() : std::make_error_code(std::errc::no_space_on_device);
+  const bool restored = ::ftruncate(fd, mapped_length) == 0;
+  static_cast<void>(restored);
+  return error;
+}
+
+std::error_code memory_mapped_buffer::grow_to(std::int64_t required, std::int64_t written_from,
+                                              const char* bytes, std::int64_t& stored_from) noexcept {
+  stored_from = required;
   if (fd == -1 || !writable) {
     return std::make_error_code(std::errc::bad_file_descriptor);
   }
@@ -265,8 +306,11 @@ std::error_code memory_mapped_buffer::grow_to(std::int64_t required, std::int64_
   const std::int64_t pages = (required - mapped_length + page - 1) / page;
   const std::int64_t most_pages = (INT64_MAX - mapped_length) / page;
   std::int64_t reached = pages;
+  // Only a one-page step takes the write's bytes along (see set_length).
+  const bool storing = pages == 1 && bytes != nullptr && page <= zero_page_bytes;
+  const write_bytes along = storing ? write_bytes{bytes, written_from, required} : write_bytes{};
   std::error_code error = pages > most_pages ? std::make_error_code(std::errc::file_too_large)
-                                             : extend_to(mapped_length + pages * page, written_from);
+                                             : extend_to(mapped_length + pages * page, written_from, along);
   if (error) {
     // Find how many single-page steps would have succeeded before the first
     // failing one (a file-size limit or a full disk fails every length
@@ -275,14 +319,14 @@ std::error_code memory_mapped_buffer::grow_to(std::int64_t required, std::int64_
     std::int64_t bad = std::min(pages, most_pages);
     while (bad - good > 1) {
       const std::int64_t mid = good + (bad - good) / 2;
-      if (extend_to(mapped_length + mid * page, written_from)) {
+      if (extend_to(mapped_length + mid * page, written_from, {})) {
         bad = mid;
       } else {
         good = mid;
       }
     }
     reached = good;
-    if (const auto stuck = extend_to(mapped_length + reached * page, written_from)) {
+    if (const auto stuck = extend_to(mapped_length + reached * page, written_from, {})) {
       return stuck;
     }
   }
@@ -295,6 +339,17 @@ std::error_code memory_mapped_buffer::grow_to(std::int64_t required, std::int64_
       const bool restored = ::ftruncate(fd, mapped_length) == 0;
       static_cast<void>(restored);
       return mapping_error;
+    }
+    if (storing && !error) {
+      stored_from = std::max(written_from, mapped_length);
+      if (in_room && required < new_length) {
+        // The page is in the page cache and the next small writes land in
+        // it: map it now, in the same kind of call, rather than through a
+        // fault at the next copy. Kernels without MADV_POPULATE_WRITE
+        // leave that to the fault.
+        static_cast<void>(
+            ::madvise(data + mapped_length, static_cast<std::size_t>(page), MADV_POPULATE_WRITE));
+      }
     }
     mapped_length = new_length;
   }
