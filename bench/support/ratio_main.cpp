@@ -1,6 +1,7 @@
 // A benchmark main that, after the usual report, prints the ratio of each
 // pair "<case>/norvane" to "<case>/raw": our call's time over the raw
-// dependency call's time on the same work.
+// dependency call's time on the same work. With repetitions the ratio is
+// that of the medians.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -13,12 +14,14 @@ class ratio_reporter : public benchmark::ConsoleReporter {
 public:
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const auto& run : runs) {
-      if (run.run_type != Run::RT_Iteration || run.error_occurred) {
+      const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+      if ((run.run_type != Run::RT_Iteration && !median) || run.error_occurred) {
         continue;
       }
-      const std::string name = run.benchmark_name();
+      const std::string name = run.run_name.str();
       const auto slash = name.rfind('/');
       if (slash != std::string::npos) {
+        // The median arrives after the repetitions it summarises and replaces them.
         times_[name.substr(0, slash)][name.substr(slash + 1)] = run.GetAdjustedRealTime();
       }
     }
