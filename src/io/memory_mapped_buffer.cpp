@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <span>
 
 namespace norvane {
 namespace {
@@ -73,6 +74,33 @@ std::error_code reserve(int fd, std::int64_t from, std::int64_t to) noexcept {
     return {};
   }
   return last_error();
+}
+
+// Writes every piece at `offset`, going on where pwritev stopped short: a
+// file-size limit or a full disk then fails the next call with its reason.
+bool write_all(int fd, std::span<iovec> pieces, std::int64_t offset) noexcept {
+  while (!pieces.empty()) {
+    const ssize_t written = details::retry_on_eintr(
+        [&] { return ::pwritev(fd, pieces.data(), static_cast<int>(pieces.size()), offset); });
+    if (written < 0) {
+      return false;
+    }
+    offset += written;
+    auto left = static_cast<std::size_t>(written);
+    while (!pieces.empty() && left >= pieces.front().iov_len) {
+      left -= pieces.front().iov_len;
+      pieces = pieces.subspan(1);
+    }
+    if (!pieces.empty()) {
+      if (written == 0) {
+        errno = ENOSPC;
+        return false;
+      }
+      pieces.front().iov_base = static_cast<char*>(pieces.front().iov_base) + left;
+      pieces.front().iov_len -= left;
+    }
+  }
+  return true;
 }
 
 }  // namespace
@@ -275,16 +303,15 @@ std::error_code memory_mapped_buffer::set_length(std::int64_t length, const writ
   const std::int64_t from = any ? std::clamp(bytes.from, mapped_length, length) : mapped_length;
   const std::int64_t to = any ? std::clamp(bytes.to, from, length) : from;
   const char* middle = any ? bytes.data + (from - bytes.from) : zeros;
-  const iovec pieces[] = {
+  iovec pieces[] = {
       {const_cast<char*>(zeros), static_cast<std::size_t>(from - mapped_length)},
       {const_cast<char*>(middle), static_cast<std::size_t>(to - from)},
       {const_cast<char*>(zeros), static_cast<std::size_t>(length - to)},
   };
-  const ssize_t written = details::retry_on_eintr([&] { return ::pwritev(fd, pieces, 3, mapped_length); });
-  if (written == page) {
+  if (write_all(fd, pieces, mapped_length)) {
     return {};
   }
-  const auto error = written < 0 ? last_error() : std::make_error_code(std::errc::no_space_on_device);
+  const auto error = last_error();
   const bool restored = ::ftruncate(fd, mapped_length) == 0;
   static_cast<void>(restored);
   return error;
