@@ -175,20 +175,19 @@ public:
   // in|out|trunc creates or empties it; out|app is accepted by the mode
   // check but a file opened write-only cannot be mapped, so it fails. Any
   // mode with binary fails. New files get permissions 0700. Failure sets
-  // fail and logs the path and the system's reason through the library
-  // logger; success clears the state.
+  // fail; success clears the state.
   void open(const std::filesystem::path& path, unsigned int mode);
 
   bool is_open() const override;
   // Unmaps, truncates a writable file to its logical size and closes the
-  // descriptor. Sets fail on a closed device or when a step fails (logged).
+  // descriptor. Sets fail on a closed device or when a step fails.
   void close() override;
   long peek(char* buffer, long count) const override;
   // Bounded by the mapped length, not the logical size; a read of 0 bytes at
   // position 0 reads the whole mapping and sets eof and fail.
   void read(char* buffer, long count) override;
-  // Needs out. Grows the file as needed; growth that fails sets bad, logs
-  // the reason and writes nothing.
+  // Needs out. Grows the file as needed; growth that fails sets bad and
+  // writes nothing.
   void write(const char* buffer, long count) override;
   void seek(long long offset, std::ios_base::seekdir whence) override;
   long long tell() const override;

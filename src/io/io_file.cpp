@@ -4,8 +4,6 @@
 #include "io/io_position.hpp"
 #include "io/retry_eintr.hpp"
 
-#include <norvane/log.hpp>
-
 #include <unistd.h>
 
 #include <algorithm>
@@ -81,13 +79,6 @@ std::error_code make_room(memory_mapped_buffer& mapping, const char* buffer, std
   return error;
 }
 
-void log_failure(const char* action, const char* path, const std::error_code& error) {
-  if (auto logger = get_norvane_logger()) {
-    logger->log(log_level::error, "Cannot {} \"{}\": {}.", action, path != nullptr ? path : "",
-                error.message());
-  }
-}
-
 }  // namespace
 
 io_file::io_file() : io_device(*new io_file_pimpl) {}
@@ -105,7 +96,6 @@ void io_file::open(const std::filesystem::path& path, unsigned int mode) {
     clear(0);
     return;
   }
-  log_failure("open", name(), error);
   set_state(failbit);
 }
 
@@ -117,8 +107,7 @@ void io_file::close() {
     set_state(failbit);
     return;
   }
-  if (const auto error = mapping.close()) {
-    log_failure("close", name(), error);
+  if (mapping.close()) {
     set_state(failbit);
   }
 }
@@ -152,9 +141,8 @@ void io_file::write(const char* buffer, long count) {
   }
   std::int64_t end = 0;
   std::int64_t stored_from = 0;
-  if (const auto error = make_room(mapping, buffer, count, end, stored_from)) {
+  if (make_room(mapping, buffer, count, end, stored_from)) {
     if (count != 0) {
-      log_failure("write to", name(), error);
       set_state(badbit);
     }
     return;

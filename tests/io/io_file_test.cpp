@@ -2,7 +2,6 @@
 // page at a time, truncation on close, the mapped-length bounds, and faults
 // (missing files, directories, permissions, a file-size limit) without
 // leaked descriptors.
-#include "support/log_capture.hpp"
 #include "support/test_support.hpp"
 
 #include "io/io_test_util.hpp"
@@ -598,37 +597,6 @@ TEST(IoFile, OnePageGrowthStepsKeepEveryByteWhereverTheWriteStarts) {
     EXPECT_EQ(status, 0);
     EXPECT_EQ(test::read_file(path), expected);
   }
-}
-
-TEST(IoFile, FailuresAreLoggedWithThePathAndTheReason) {
-  test::temp_dir dir;
-  fs::create_directory(dir / "sub");
-  struct failure_case {
-    fs::path path;
-    unsigned int mode;
-    std::string reason;
-  };
-  const failure_case cases[] = {
-      {dir / "absent", in, "No such file or directory"},
-      {dir / "sub", out, "Is a directory"},
-      {dir / "new", in | binary, "Invalid argument"},
-  };
-  for (const auto& c : cases) {
-    test::log_capture log;
-    io_file file;
-    file.open(c.path, c.mode);
-    EXPECT_EQ(file.state(), fail);
-    EXPECT_EQ(log.entries(), (std::vector<test::log_entry>{
-                                 {"error", "Cannot open \"" + c.path.string() + "\": " + c.reason + "."}}));
-  }
-  // Success says nothing.
-  test::log_capture log;
-  io_file file;
-  file.open(dir / "fine", out);
-  file.write("ok", 2);
-  file.close();
-  EXPECT_TRUE(file.is_good());
-  EXPECT_TRUE(log.entries().empty());
 }
 
 TEST(IoFile, LinesReadBackFromAFile) {
