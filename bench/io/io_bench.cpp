@@ -1,9 +1,11 @@
 // The devices side by side with the raw calls they stand in for: io_buffer
-// reads against memcpy of the same blocks, io_file writes against fwrite and
-// fclose, io_file reads against read(2).
+// reads, plain and through chunks taken in shuffled order, against memcpy of
+// the same bytes from contiguous memory; io_file writes of 256 B, 4 KiB and
+// 64 KiB against fwrite and fclose; io_file reads against read(2).
 //
 // Sizes come from the environment so that a quick run is possible:
-//   NORVANE_BENCH_BUFFER_MiB (default 256), NORVANE_BENCH_FILE_MiB (default 1024).
+//   NORVANE_BENCH_BUFFER_MiB (default 256), NORVANE_BENCH_FILE_MiB (default 256).
+// The ratios are meant as medians: --benchmark_repetitions=5.
 #include <norvane/io.hpp>
 
 #include <benchmark/benchmark.h>
@@ -33,9 +35,17 @@ long long env_MiB(const char* name, long long fallback) {
 }
 
 const long long buffer_bytes = env_MiB("NORVANE_BENCH_BUFFER_MiB", 256);
-const long long file_bytes = env_MiB("NORVANE_BENCH_FILE_MiB", 1024);
+const long long file_bytes = env_MiB("NORVANE_BENCH_FILE_MiB", 256);
 constexpr long block = 64 << 10;
 constexpr long chunk = 4 << 10;
+
+// The ids of logical chunks of `chunk_bytes` over the source, shuffled.
+std::vector<unsigned long> shuffled_ids(long chunk_bytes) {
+  std::vector<unsigned long> ids(static_cast<std::size_t>(buffer_bytes / chunk_bytes));
+  std::iota(ids.begin(), ids.end(), 0UL);
+  std::shuffle(ids.begin(), ids.end(), std::mt19937(42));
+  return ids;
+}
 
 // One source buffer for every buffer case, filled once.
 const std::vector<char>& source() {
@@ -61,18 +71,16 @@ const fs::path& scratch() {
   return dir;
 }
 
-void buffer_read(benchmark::State& state, bool chunked) {
+// Reads the whole source in 64 KiB reads; `chunk_bytes` 0 reads it as one
+// plain chunk, else through shuffled chunks of that size.
+void buffer_read(benchmark::State& state, long chunk_bytes) {
   const auto& bytes = source();
-  std::vector<unsigned long> ids(static_cast<std::size_t>(buffer_bytes / chunk));
-  std::iota(ids.begin(), ids.end(), 0UL);
-  if (chunked) {
-    std::shuffle(ids.begin(), ids.end(), std::mt19937(42));
-  }
+  const auto ids = chunk_bytes > 0 ? shuffled_ids(chunk_bytes) : std::vector<unsigned long>{};
   std::vector<char> target(block);
   for (auto _ : state) {
     norvane::io_buffer device;
-    if (chunked) {
-      device.open(const_cast<char*>(bytes.data()), static_cast<long>(buffer_bytes), ids, chunk,
+    if (chunk_bytes > 0) {
+      device.open(const_cast<char*>(bytes.data()), static_cast<long>(buffer_bytes), ids, chunk_bytes,
                   norvane::io_device::in, false);
     } else {
       device.open(bytes.data(), static_cast<long>(buffer_bytes));
@@ -106,9 +114,7 @@ void memcpy_blocks(benchmark::State& state) {
 // itself, against which the device's own overhead shows.
 void BM_buffer_read_same_chunks_raw(benchmark::State& state) {
   const auto& bytes = source();
-  std::vector<unsigned long> ids(static_cast<std::size_t>(buffer_bytes / chunk));
-  std::iota(ids.begin(), ids.end(), 0UL);
-  std::shuffle(ids.begin(), ids.end(), std::mt19937(42));
+  const auto ids = shuffled_ids(chunk);
   std::vector<char> target(block);
   for (auto _ : state) {
     std::size_t k = 0;
@@ -123,10 +129,13 @@ void BM_buffer_read_same_chunks_raw(benchmark::State& state) {
   state.SetBytesProcessed(state.iterations() * buffer_bytes);
 }
 
-void BM_buffer_read_64KiB_norvane(benchmark::State& state) { buffer_read(state, false); }
+void BM_buffer_read_64KiB_norvane(benchmark::State& state) { buffer_read(state, 0); }
 void BM_buffer_read_64KiB_raw(benchmark::State& state) { memcpy_blocks(state); }
-void BM_buffer_read_64KiB_chunks_4KiB_shuffled_norvane(benchmark::State& state) { buffer_read(state, true); }
-void BM_buffer_read_64KiB_chunks_4KiB_shuffled_raw(benchmark::State& state) { memcpy_blocks(state); }
+template <long chunk_KiB>
+void BM_buffer_read_64KiB_chunks_shuffled_norvane(benchmark::State& state) {
+  buffer_read(state, chunk_KiB << 10);
+}
+void BM_buffer_read_64KiB_chunks_shuffled_raw(benchmark::State& state) { memcpy_blocks(state); }
 
 // Each run writes a fresh file and removes it untimed, so dirty pages of
 // one run do not slow the next.
@@ -163,6 +172,8 @@ void file_write(benchmark::State& state, long size, bool ours) {
 
 void BM_file_write_64KiB_norvane(benchmark::State& state) { file_write(state, block, true); }
 void BM_file_write_64KiB_raw(benchmark::State& state) { file_write(state, block, false); }
+void BM_file_write_4KiB_norvane(benchmark::State& state) { file_write(state, 4 << 10, true); }
+void BM_file_write_4KiB_raw(benchmark::State& state) { file_write(state, 4 << 10, false); }
 void BM_file_write_256B_norvane(benchmark::State& state) { file_write(state, 256, true); }
 void BM_file_write_256B_raw(benchmark::State& state) { file_write(state, 256, false); }
 
@@ -224,13 +235,27 @@ void BM_file_read_64KiB_raw(benchmark::State& state) {
 
 BENCHMARK(BM_buffer_read_64KiB_norvane)->Name("buffer_read_64KiB/norvane")->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_buffer_read_64KiB_raw)->Name("buffer_read_64KiB/raw")->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_buffer_read_64KiB_chunks_4KiB_shuffled_norvane)
+// The raw side of each chunked case is the same bytes read contiguously.
+BENCHMARK(BM_buffer_read_64KiB_chunks_shuffled_norvane<4>)
     ->Name("buffer_read_64KiB_chunks_4KiB_shuffled/norvane")
     ->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_buffer_read_64KiB_chunks_4KiB_shuffled_raw)
+BENCHMARK(BM_buffer_read_64KiB_chunks_shuffled_raw)
     ->Name("buffer_read_64KiB_chunks_4KiB_shuffled/raw")
     ->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_buffer_read_64KiB_chunks_4KiB_shuffled_norvane)
+BENCHMARK(BM_buffer_read_64KiB_chunks_shuffled_norvane<64>)
+    ->Name("buffer_read_64KiB_chunks_64KiB_shuffled/norvane")
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_buffer_read_64KiB_chunks_shuffled_raw)
+    ->Name("buffer_read_64KiB_chunks_64KiB_shuffled/raw")
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_buffer_read_64KiB_chunks_shuffled_norvane<1024>)
+    ->Name("buffer_read_64KiB_chunks_1MiB_shuffled/norvane")
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_buffer_read_64KiB_chunks_shuffled_raw)
+    ->Name("buffer_read_64KiB_chunks_1MiB_shuffled/raw")
+    ->Unit(benchmark::kMillisecond);
+// Against the same shuffled chunks copied by hand: the device's own cost.
+BENCHMARK(BM_buffer_read_64KiB_chunks_shuffled_norvane<4>)
     ->Name("buffer_read_chunks_4KiB_shuffled_vs_same_chunks/norvane")
     ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_buffer_read_same_chunks_raw)
@@ -238,6 +263,8 @@ BENCHMARK(BM_buffer_read_same_chunks_raw)
     ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_file_write_64KiB_norvane)->Name("file_write_64KiB/norvane")->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_file_write_64KiB_raw)->Name("file_write_64KiB/raw")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_file_write_4KiB_norvane)->Name("file_write_4KiB/norvane")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_file_write_4KiB_raw)->Name("file_write_4KiB/raw")->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_file_write_256B_norvane)->Name("file_write_256B/norvane")->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_file_write_256B_raw)->Name("file_write_256B/raw")->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_file_read_64KiB_norvane)->Name("file_read_64KiB/norvane")->Unit(benchmark::kMillisecond);

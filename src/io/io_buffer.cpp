@@ -1,5 +1,6 @@
 // io_buffer: the device interface over memory_raw_buffer.
 #include "io/io_buffer_pimpl.hpp"
+#include "io/io_position.hpp"
 
 namespace norvane {
 namespace {
@@ -26,16 +27,16 @@ void io_buffer::open(char* data, long size, const std::vector<unsigned long>& ch
   if (!verify_open_mode(mode)) {
     return;
   }
-  auto& b = backing(pimpl());
-  if (b.data == nullptr) {
-    b.data = data;
-    b.owned = take_ownership;
-    b.size = size;
-    b.chunk_ids = chunk_ids;
-    b.chunk_size = chunk_size;
-    b.chunk_offset = chunk_ids.empty() ? -1 : static_cast<std::int64_t>(chunk_ids[0] * chunk_size);
-    b.position = data == nullptr ? -1 : 0;
-    b.writable = (mode & out) != 0;
+  auto& memory = backing(pimpl());
+  if (memory.data == nullptr) {
+    memory.data = data;
+    memory.owned = take_ownership;
+    memory.size = size;
+    memory.chunk_ids = chunk_ids;
+    memory.chunk_size = chunk_size;
+    memory.chunk_offset = chunk_ids.empty() ? -1 : static_cast<std::int64_t>(chunk_ids[0] * chunk_size);
+    memory.position = data == nullptr ? -1 : 0;
+    memory.writable = (mode & out) != 0;
     set_open_mode(mode);
     clear(0);
   } else {
@@ -47,43 +48,44 @@ void io_buffer::open(char* data, long size, const std::vector<unsigned long>& ch
 bool io_buffer::is_open() const { return backing(pimpl()).data != nullptr; }
 
 void io_buffer::close() {
-  auto& b = backing(pimpl());
-  if (b.data == nullptr) {
+  auto& memory = backing(pimpl());
+  if (memory.data == nullptr) {
     set_state(failbit);
     return;
   }
-  b.release();
-  b.size = 0;
-  b.chunk_ids.clear();
-  b.chunk_size = 0;
-  b.chunk_offset = 0;
-  b.position = 0;
+  memory.release();
+  memory.size = 0;
+  memory.chunk_ids.clear();
+  memory.chunk_size = 0;
+  memory.chunk_offset = 0;
+  memory.position = 0;
 }
 
 long io_buffer::peek(char* buffer, long count) const {
-  const auto& b = backing(pimpl());
-  return static_cast<long>(b.copy_out_at(b.position, buffer, b.readable(count)));
+  const auto& memory = backing(pimpl());
+  return static_cast<long>(memory.copy_out_at(memory.position, buffer,
+                                              details::readable_count(memory.position, memory.size, count)));
 }
 
 void io_buffer::read(char* buffer, long count) {
-  auto& b = backing(pimpl());
-  if (b.copy_out(buffer, b.readable(count)) != count) {
+  auto& memory = backing(pimpl());
+  if (memory.copy_out(buffer, details::readable_count(memory.position, memory.size, count)) != count) {
     set_state(eofbit | failbit);
   }
 }
 
 void io_buffer::write(const char* buffer, long count) {
-  auto& b = backing(pimpl());
-  if (!b.writable) {
+  auto& memory = backing(pimpl());
+  if (!memory.writable) {
     set_state(failbit);
     return;
   }
   std::int64_t n = count;
   std::int64_t end = 0;
-  if (__builtin_add_overflow(b.position, n, &end) || end > b.size) {
-    n = b.size - b.position;
+  if (__builtin_add_overflow(memory.position, n, &end) || end > memory.size) {
+    n = memory.size - memory.position;
   }
-  if (b.copy_in(buffer, n) < count) {
+  if (memory.copy_in(buffer, n) < count) {
     set_state(badbit);
   }
 }
@@ -92,42 +94,32 @@ void io_buffer::seek(long long offset, std::ios_base::seekdir whence) {
   if (has_failure()) {
     return;
   }
-  auto& b = backing(pimpl());
-  std::int64_t target = -1;
-  bool valid = true;
-  if (whence == std::ios_base::beg) {
-    target = offset;
-  } else if (whence == std::ios_base::cur) {
-    valid = !__builtin_add_overflow(b.position, offset, &target);
-  } else if (whence == std::ios_base::end) {
-    valid = !__builtin_add_overflow(b.size, offset, &target);
-  } else {
-    valid = false;
-  }
-  if (!valid || target < 0) {
+  auto& memory = backing(pimpl());
+  const std::int64_t target = details::seek_target(memory.position, memory.size, offset, whence);
+  if (target < 0) {
     set_state(failbit);
     return;
   }
-  b.position = target;
-  const std::int64_t mapped = b.map(target);
+  memory.position = target;
+  const std::int64_t mapped = memory.map(target);
   if (mapped < 0) {
     set_state(failbit);
     return;
   }
-  b.chunk_offset = mapped;
+  memory.chunk_offset = mapped;
 }
 
 long long io_buffer::tell() const {
-  auto& b = backing(pimpl());
-  if (has_failure() || b.position < 0) {
+  auto& memory = backing(pimpl());
+  if (has_failure() || memory.position < 0) {
     return -1;
   }
-  const std::int64_t mapped = b.map(b.position);
+  const std::int64_t mapped = memory.map(memory.position);
   if (mapped < 0) {
     return -1;
   }
-  b.chunk_offset = mapped;
-  return b.position;
+  memory.chunk_offset = mapped;
+  return memory.position;
 }
 
 char* io_buffer::data() const { return backing(pimpl()).data; }
@@ -141,11 +133,11 @@ const std::vector<unsigned long>& io_buffer::chunk_ids() const { return backing(
 long io_buffer::chunk_size() const { return static_cast<long>(backing(pimpl()).chunk_size); }
 
 void io_buffer::set_chunks(const std::vector<unsigned long>& chunk_ids, long chunk_size) {
-  auto& b = backing(pimpl());
-  b.chunk_ids = chunk_ids;
-  b.chunk_size = chunk_size;
-  b.position = 0;
-  b.chunk_offset = chunk_ids.empty() ? -1 : static_cast<std::int64_t>(chunk_ids[0] * chunk_size);
+  auto& memory = backing(pimpl());
+  memory.chunk_ids = chunk_ids;
+  memory.chunk_size = chunk_size;
+  memory.position = 0;
+  memory.chunk_offset = chunk_ids.empty() ? -1 : static_cast<std::int64_t>(chunk_ids[0] * chunk_size);
 }
 
 }  // namespace norvane

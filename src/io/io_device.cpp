@@ -1,11 +1,43 @@
 // The device base: state word, exceptions mask, name, open-mode checking and
 // the line reader shared by every device.
+#include "io/io_position.hpp"
+
 #include <norvane/io.hpp>
 
+#include <algorithm>
 #include <cstring>
 #include <system_error>
 
 namespace norvane {
+
+namespace details {
+
+std::int64_t seek_target(std::int64_t position, std::int64_t end, long long offset,
+                         std::ios_base::seekdir whence) noexcept {
+  std::int64_t from = 0;
+  if (whence == std::ios_base::cur) {
+    from = position;
+  } else if (whence == std::ios_base::end) {
+    from = end;
+  } else if (whence != std::ios_base::beg) {
+    return -1;
+  }
+  std::int64_t target = 0;
+  if (__builtin_add_overflow(from, offset, &target) || target < 0) {
+    return -1;
+  }
+  return target;
+}
+
+std::int64_t readable_count(std::int64_t position, std::int64_t end, std::int64_t count) noexcept {
+  std::int64_t read_end = 0;
+  if (__builtin_add_overflow(position, count, &read_end) || read_end > end || read_end == 0) {
+    return std::max<std::int64_t>(end - position, 0);
+  }
+  return std::max<std::int64_t>(count, 0);
+}
+
+}  // namespace details
 
 io_device_pimpl::~io_device_pimpl() { delete[] name; }
 

@@ -1,11 +1,12 @@
 // io_file: the device interface over memory_mapped_buffer. Reads and writes
 // are memory copies; the mapping is the file.
 #include "io/io_file_pimpl.hpp"
+#include "io/io_position.hpp"
+#include "io/retry_eintr.hpp"
 
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 
 namespace norvane {
@@ -14,17 +15,12 @@ namespace {
 memory_mapped_buffer& backing(io_device_pimpl& pimpl) { return *static_cast<io_file_pimpl&>(pimpl).file; }
 
 // How many of `count` bytes a read at the position delivers: bounded by the
-// mapped length, with the same clamp as io_buffer (a count that brings the
-// end to 0 takes everything left).
-std::int64_t readable(const memory_mapped_buffer& f, std::int64_t count) {
-  if (f.data == nullptr) {
+// mapped length, not the logical size.
+std::int64_t readable(const memory_mapped_buffer& mapping, std::int64_t count) {
+  if (mapping.data == nullptr) {
     return 0;
   }
-  std::int64_t end = 0;
-  if (__builtin_add_overflow(f.position, count, &end) || end > f.mapped_length || end == 0) {
-    return std::max<std::int64_t>(f.mapped_length - f.position, 0);
-  }
-  return std::max<std::int64_t>(count, 0);
+  return details::readable_count(mapping.position, mapping.mapped_length, count);
 }
 
 // Large copies go through the page cache with pread and pwrite: the shared
@@ -34,28 +30,53 @@ std::int64_t readable(const memory_mapped_buffer& f, std::int64_t count) {
 // not transfer is copied through the mapping, as small copies always are.
 constexpr std::int64_t system_copy_threshold = std::int64_t{32} << 10;
 
-void copy_out(const memory_mapped_buffer& f, char* to, std::int64_t n) {
+void copy_out(const memory_mapped_buffer& mapping, char* to, std::int64_t n) {
   std::int64_t done = 0;
   while (n >= system_copy_threshold && done < n) {
-    const ssize_t r = ::pread(f.fd, to + done, static_cast<std::size_t>(n - done), f.position + done);
-    if (r <= 0 && !(r < 0 && errno == EINTR)) {
+    const ssize_t got = details::retry_on_eintr([&] {
+      return ::pread(mapping.fd, to + done, static_cast<std::size_t>(n - done), mapping.position + done);
+    });
+    if (got <= 0) {
       break;
     }
-    done += std::max<ssize_t>(r, 0);
+    done += got;
   }
-  std::memcpy(to + done, f.data + f.position + done, static_cast<std::size_t>(n - done));
+  std::memcpy(to + done, mapping.data + mapping.position + done, static_cast<std::size_t>(n - done));
 }
 
-void copy_in(const memory_mapped_buffer& f, const char* from, std::int64_t n) {
+void copy_in(const memory_mapped_buffer& mapping, const char* from, std::int64_t n) {
   std::int64_t done = 0;
   while (n >= system_copy_threshold && done < n) {
-    const ssize_t w = ::pwrite(f.fd, from + done, static_cast<std::size_t>(n - done), f.position + done);
-    if (w <= 0 && !(w < 0 && errno == EINTR)) {
+    const ssize_t put = details::retry_on_eintr([&] {
+      return ::pwrite(mapping.fd, from + done, static_cast<std::size_t>(n - done), mapping.position + done);
+    });
+    if (put <= 0) {
       break;
     }
-    done += std::max<ssize_t>(w, 0);
+    done += put;
   }
-  std::memcpy(f.data + f.position + done, from + done, static_cast<std::size_t>(n - done));
+  std::memcpy(mapping.data + mapping.position + done, from + done, static_cast<std::size_t>(n - done));
+}
+
+// Room for bytes [position, end) of a write: growth when they pass the
+// mapped end, storage behind them otherwise. Growth may store the bytes
+// past the old end itself; `stored_from` says from where.
+std::error_code make_room(memory_mapped_buffer& mapping, const char* buffer, std::int64_t count,
+                          std::int64_t& end, std::int64_t& stored_from) {
+  if (__builtin_add_overflow(mapping.position, count, &end)) {
+    return std::make_error_code(std::errc::file_too_large);
+  }
+  stored_from = end;
+  std::error_code error;
+  if (end > mapping.mapped_length) {
+    error = mapping.grow_to(end, mapping.position, buffer, stored_from);
+  } else if (count > 0) {
+    error = mapping.back(mapping.position, end);
+  }
+  if (!error && mapping.data == nullptr && count > 0) {
+    error = std::make_error_code(std::errc::bad_file_descriptor);
+  }
+  return error;
 }
 
 }  // namespace
@@ -69,39 +90,43 @@ void io_file::open(const std::filesystem::path& path, unsigned int mode) {
     return;
   }
   set_name(path.c_str());
-  const bool opened = backing(pimpl()).open(path, mode);
+  const auto error = backing(pimpl()).open(path, mode);
   set_open_mode(mode);
-  if (opened) {
+  if (!error) {
     clear(0);
-  } else {
-    set_state(failbit);
+    return;
   }
+  set_state(failbit);
 }
 
 bool io_file::is_open() const { return backing(pimpl()).fd != -1; }
 
 void io_file::close() {
-  auto& f = backing(pimpl());
-  if (f.fd == -1 || f.mapped_length < 0 || !f.close()) {
+  auto& mapping = backing(pimpl());
+  if (mapping.fd == -1 || mapping.mapped_length < 0) {
+    set_state(failbit);
+    return;
+  }
+  if (mapping.close()) {
     set_state(failbit);
   }
 }
 
 long io_file::peek(char* buffer, long count) const {
-  const auto& f = backing(pimpl());
-  const std::int64_t n = readable(f, count);
+  const auto& mapping = backing(pimpl());
+  const std::int64_t n = readable(mapping, count);
   if (n > 0) {
-    std::memcpy(buffer, f.data + f.position, static_cast<std::size_t>(n));
+    std::memcpy(buffer, mapping.data + mapping.position, static_cast<std::size_t>(n));
   }
   return static_cast<long>(n);
 }
 
 void io_file::read(char* buffer, long count) {
-  auto& f = backing(pimpl());
-  const std::int64_t n = readable(f, count);
+  auto& mapping = backing(pimpl());
+  const std::int64_t n = readable(mapping, count);
   if (n > 0) {
-    copy_out(f, buffer, n);
-    f.position += n;
+    copy_out(mapping, buffer, n);
+    mapping.position += n;
   }
   if (n != count) {
     set_state(eofbit | failbit);
@@ -109,60 +134,45 @@ void io_file::read(char* buffer, long count) {
 }
 
 void io_file::write(const char* buffer, long count) {
-  auto& f = backing(pimpl());
-  if (!f.writable || count < 0) {
+  auto& mapping = backing(pimpl());
+  if (!mapping.writable || count < 0) {
     set_state(failbit);
     return;
   }
   std::int64_t end = 0;
-  bool room = !__builtin_add_overflow(f.position, count, &end);
-  if (room && end > f.mapped_length) {
-    room = f.grow_to(end, f.position);
-  } else if (room && count > 0) {
-    room = f.back(f.position, end);
-  }
-  if (!room || (f.data == nullptr && count > 0)) {
+  std::int64_t stored_from = 0;
+  if (make_room(mapping, buffer, count, end, stored_from)) {
     if (count != 0) {
       set_state(badbit);
     }
     return;
   }
-  if (count > 0) {
-    copy_in(f, buffer, count);
+  if (stored_from > mapping.position) {
+    copy_in(mapping, buffer, stored_from - mapping.position);
   }
-  f.position = end;
-  f.size = std::max(f.size, end);
+  mapping.position = end;
+  mapping.size = std::max(mapping.size, end);
 }
 
 void io_file::seek(long long offset, std::ios_base::seekdir whence) {
   if (has_failure()) {
     return;
   }
-  auto& f = backing(pimpl());
-  std::int64_t target = -1;
-  bool valid = true;
-  if (whence == std::ios_base::beg) {
-    target = offset;
-  } else if (whence == std::ios_base::cur) {
-    valid = !__builtin_add_overflow(f.position, offset, &target);
-  } else if (whence == std::ios_base::end) {
-    valid = !__builtin_add_overflow(f.mapped_length, offset, &target);
-  } else {
-    valid = false;
-  }
-  if (!valid || target < 0) {
+  auto& mapping = backing(pimpl());
+  const std::int64_t target = details::seek_target(mapping.position, mapping.mapped_length, offset, whence);
+  if (target < 0) {
     set_state(failbit);
     return;
   }
-  f.position = target;
+  mapping.position = target;
 }
 
 long long io_file::tell() const {
-  const auto& f = backing(pimpl());
-  if (has_failure() || f.position < 0) {
+  const auto& mapping = backing(pimpl());
+  if (has_failure() || mapping.position < 0) {
     return -1;
   }
-  return f.position;
+  return mapping.position;
 }
 
 char* io_file::data() const { return backing(pimpl()).data; }

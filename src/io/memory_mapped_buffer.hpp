@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <system_error>
 
 namespace norvane {
 
@@ -16,24 +17,31 @@ struct memory_mapped_buffer {
   // The page size; growth steps and mapping offsets are multiples of it.
   static std::int64_t granularity() noexcept;
 
-  bool open(const std::filesystem::path& path, unsigned int mode);
+  // Opens and maps the file; the error says why it failed. A failure after
+  // the descriptor was obtained reports how closing it went instead, so an
+  // empty error may come with nothing open (see unwind).
+  std::error_code open(const std::filesystem::path& path, unsigned int mode);
   // Unmaps, truncates a writable file to `size` and closes the descriptor;
-  // false when any step failed (the descriptor is gone in every case).
-  bool close() noexcept;
+  // the error of the first step that failed (the descriptor is gone in
+  // every case).
+  std::error_code close() noexcept;
   // Maps `mapped_length` bytes of the descriptor from offset 0.
   bool map() noexcept;
-  // Grows the file and the mapping by one page.
-  bool resize_map() noexcept;
   // Grows by whole pages until `required` bytes are mapped: the same file
-  // length, mapped length and outcome as calling resize_map until it fits
-  // or fails, in one truncation and one mapping call. The bytes from
+  // length, mapped length and outcome as growing a page at a time until it
+  // fits or fails, in one truncation and one mapping call. The bytes from
   // `written_from` on get storage behind them (see back); a full file
-  // system fails growth like a file-size limit does.
-  bool grow_to(std::int64_t required, std::int64_t written_from) noexcept;
+  // system fails growth like a file-size limit does. `bytes`, when not
+  // null, are the write's bytes for [written_from, required): a one-page
+  // step stores those past the old end itself, and `stored_from` says from
+  // where the write is already in the file (`required` when nothing was
+  // stored).
+  std::error_code grow_to(std::int64_t required, std::int64_t written_from, const char* bytes,
+                          std::int64_t& stored_from) noexcept;
   // Storage behind bytes [from, to) about to be written through the
   // mapping: touching a page the file system cannot allocate would raise
-  // SIGBUS. False when the file system has no room.
-  bool back(std::int64_t from, std::int64_t to) noexcept;
+  // SIGBUS. Fails when the file system has no room.
+  std::error_code back(std::int64_t from, std::int64_t to) noexcept;
 
   char* data = nullptr;
   std::int64_t mapped_length = -1;
@@ -43,12 +51,24 @@ struct memory_mapped_buffer {
   bool writable = false;
 
 private:
-  bool unwind() noexcept;
+  // The bytes of a write for [from, to) of the file; null data for none.
+  struct write_bytes {
+    const char* data = nullptr;
+    std::int64_t from = 0;
+    std::int64_t to = 0;
+  };
+
+  std::error_code unwind(std::error_code cause) noexcept;
   bool map_fresh(std::int64_t length) noexcept;
   // Sets the file's length to `length` (at least mapped_length) with
   // storage behind the bytes from `written_from`; on failure the file keeps
   // mapped_length bytes.
-  bool extend_to(std::int64_t length, std::int64_t written_from) noexcept;
+  std::error_code extend_to(std::int64_t length, std::int64_t written_from,
+                            const write_bytes& bytes) noexcept;
+  // Sets the file's length, from mapped_length, with the part of `bytes`
+  // that falls in a one-page step; on failure the file keeps mapped_length
+  // bytes.
+  std::error_code set_length(std::int64_t length, const write_bytes& bytes) noexcept;
 
   // The length of the address range mapped: a writable file is mapped past
   // its end so that growth needs no new mapping.

@@ -19,9 +19,6 @@ struct memory_raw_buffer {
   // that same index followed.
   std::int64_t map(std::int64_t p) const noexcept;
 
-  // How many of `count` bytes a read or peek at the position may copy.
-  std::int64_t readable(std::int64_t count) const noexcept;
-
   // Copies up to `n` bytes between `outside` and the memory from the
   // position on, chunk run by chunk run, stopping where the mapping fails.
   // The position and cached offset end as a byte-at-a-time loop leaves

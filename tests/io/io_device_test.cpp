@@ -1,6 +1,8 @@
 // The device base: state bits and the exceptions mask, names, the open-mode
 // check and the line reader, seen through io_buffer and through a device
 // written the way an application would write its own.
+#include "support/test_support.hpp"
+
 #include "io/io_test_util.hpp"
 
 #include <norvane/io.hpp>
@@ -8,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
 #include <functional>
 #include <string>
@@ -268,6 +271,59 @@ TEST(IoDevice, ADeviceOfTheApplicationsOwnAdoptsItsRecord) {
     EXPECT_EQ(destroyed, 0);
   }
   EXPECT_EQ(destroyed, 1);
+}
+
+TEST(IoDevice, BothDevicesSeekAndClampReadsAlike) {
+  // Over data of the same length the memory and the file device land on the
+  // same positions and deliver the same bytes: the arithmetic is the base's.
+  test::temp_dir dir;
+  std::string text(100, '\0');
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    text[i] = static_cast<char>('a' + i % 26);
+  }
+  test::write_file(dir / "data", text);
+  io_file file;
+  file.open(dir / "data", in);
+  io_buffer memory;
+  memory.open(text.data(), static_cast<long>(text.size()));
+  struct step {
+    long long offset;
+    std::ios_base::seekdir whence;
+    long long lands;  // -1: the seek fails
+    long count;
+    long delivered;
+  };
+  const auto beg = std::ios_base::beg;
+  const auto cur = std::ios_base::cur;
+  const auto end = std::ios_base::end;
+  const step steps[] = {
+      {10, beg, 10, 5, 5},        {-3, cur, 2, 0, 0},
+      {-5, end, 95, 10, 5},       {0, end, 100, 1, 0},
+      {0, beg, 0, 0, 100},        {150, beg, 150, 4, 0},
+      {-1, beg, -1, 0, 0},        {-101, end, -1, 0, 0},
+      {LLONG_MAX, cur, -1, 0, 0}, {7, std::ios_base::seekdir(42), -1, 0, 0},
+  };
+  for (const auto& s : steps) {
+    SCOPED_TRACE(testing::Message() << s.offset << " from " << s.whence << ", read " << s.count);
+    for (io_device* device : {static_cast<io_device*>(&file), static_cast<io_device*>(&memory)}) {
+      device->clear(0);
+      device->seek(5, beg);
+      device->seek(s.offset, s.whence);
+      if (s.lands < 0) {
+        EXPECT_EQ(device->state(), fail);
+        device->clear(0);
+        EXPECT_EQ(device->tell(), 5);  // a refused seek leaves the position
+        continue;
+      }
+      EXPECT_EQ(device->tell(), s.lands);
+      std::string got(128, '.');
+      device->read(got.data(), s.count);
+      EXPECT_EQ(device->state(), s.delivered == s.count ? 0u : eof | fail);
+      const auto from = static_cast<std::size_t>(std::min<long long>(s.lands, 100));
+      EXPECT_EQ(got.substr(0, static_cast<std::size_t>(s.delivered)),
+                text.substr(from, static_cast<std::size_t>(s.delivered)));
+    }
+  }
 }
 
 }  // namespace

@@ -540,6 +540,65 @@ TEST(IoFile, AFailedFirstPageUnwindsToAClosedDeviceWithAGoodState) {
   EXPECT_EQ(fs::file_size(path), 0u);
 }
 
+TEST(IoFile, OnePageGrowthStepsKeepEveryByteWhereverTheWriteStarts) {
+  // A write needing one more page stores its bytes past the old end with
+  // the growth itself; the rest goes through the mapping.
+  struct growth_case {
+    const char* name;
+    long long existing;  // bytes of an earlier file opened in|out; 0: a new file
+    long long start;
+    long long length;
+    long long limit;  // RLIMIT_FSIZE, 0 for none; the growth must then fail
+  };
+  const growth_case cases[] = {
+      {"at the mapped end", 0, page, 100, 0},
+      {"filling the next page exactly", 0, page, page, 0},
+      {"across the end of the last page", 0, page - 10, 100, 0},
+      {"leaving a gap in the new page", 0, page + 100, 10, 0},
+      {"from the end of an odd-length file", page + 7, page + 7, 50, 0},
+      {"across the end of an odd-length file", page + 7, page, 100, 0},
+      {"across the end, refused by a file-size limit", 0, page - 10, 100, page + 50},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    test::temp_dir dir;
+    const auto path = dir / "grow.bin";
+    std::string expected = pattern(static_cast<std::size_t>(c.existing), 'e');
+    if (c.existing > 0) {
+      test::write_file(path, expected);
+    }
+    const long long mapped = c.existing > 0 ? c.existing : page;
+    const std::string text = pattern(static_cast<std::size_t>(c.length), 'A');
+    if (c.limit == 0) {
+      expected.resize(static_cast<std::size_t>(std::max(c.existing, c.start + c.length)), '\0');
+      expected.replace(static_cast<std::size_t>(c.start), text.size(), text);
+    }
+    const int status = in_child([&] {
+      if (c.limit > 0) {
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit lim{static_cast<rlim_t>(c.limit), static_cast<rlim_t>(c.limit)};
+        ::setrlimit(RLIMIT_FSIZE, &lim);
+      }
+      io_file file;
+      file.open(path, c.existing > 0 ? in | out : out);
+      file.seek(c.start, std::ios_base::beg);
+      file.write(text.data(), static_cast<long>(text.size()));
+      const long long grown = c.limit > 0 ? mapped : mapped + page;
+      const bool device = file.state() == (c.limit > 0 ? bad : 0u) && file.size() == grown &&
+                          fs::file_size(path) == static_cast<std::uintmax_t>(grown);
+      // The mapping shows zeros past what was written, and nothing of a refused write.
+      std::string shown_expected = expected;
+      shown_expected.resize(static_cast<std::size_t>(grown), '\0');
+      const bool shown = std::string(file.data(), static_cast<std::size_t>(grown)) == shown_expected;
+      file.clear(0);
+      file.close();
+      return device && shown && file.is_good();
+    });
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(test::read_file(path), expected);
+  }
+}
+
 TEST(IoFile, LinesReadBackFromAFile) {
   test::temp_dir dir;
   const auto path = dir / "lines.txt";
