@@ -1,11 +1,13 @@
-// What every subcommand of the norvane program shares: the parsed command
-// line and the exit codes.
+// What every subcommand of the norvane program shares: the command and
+// option tables, the parsed command line and the exit codes.
 #pragma once
 
 #include <norvane/cmdline.hpp>
 
+#include <span>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace norvane_tool {
@@ -25,18 +27,58 @@ struct invocation {
   // The words that are not options, the subcommand's own name removed.
   std::vector<std::string> words;
 
-  bool given(const char* name) const { return options.count(name) > 0; }
-  std::string value(const char* name) const { return options.value(name); }
+  bool given(std::string_view name) const { return options.count(name) > 0; }
+  std::string value(std::string_view name) const { return options.value(name); }
 };
 
-// Declares every option the program knows, global and per command.
+struct command_row {
+  std::string_view name;
+  // What follows the name in the usage lines, one line per form.
+  std::string_view synopsis;
+  std::string_view description;
+  // Words that may follow the name ("check get" for yaml); empty when the
+  // command takes file names or nothing.
+  std::string_view actions;
+  bool takes_files;
+  int (*run)(const invocation&);
+};
+
+enum class value_kind { none, integer, text };
+
+struct option_row {
+  std::string_view name;
+  std::string_view short_name;
+  std::string_view description;
+  // The default in text form; empty when there is none worth showing.
+  std::string_view default_value;
+  // none: a flag. integer and text options take a value.
+  value_kind takes;
+  std::string_view value_name;
+  // Space-separated command names, or "*" for every command.
+  std::string_view commands;
+  // Space-separated values the shell offers when completing the value.
+  std::string_view choices;
+};
+
+std::span<const command_row> commands();
+std::span<const option_row> options();
+const command_row* find_command(std::string_view name);
+// Whether `option` may be given to `command` (global options to any).
+bool applies_to(const option_row& option, std::string_view command);
+
+// Declares every option of the table.
 void declare_options(norvane::cmdline_parser& parser);
 // The words of `arguments` that are not options or option values, in
 // order. Throws usage_error for an option the program does not declare:
 // the parser itself lets unknown options pass silently.
 std::vector<std::string> positional_words(const std::vector<std::string>& arguments);
-// Throws usage_error when an option outside `allowed` was given.
-void allow_only(const invocation& call, const std::string& command, const std::vector<const char*>& allowed);
+// Throws usage_error when an option given does not apply to `command`.
+void check_options(const invocation& call, std::string_view command);
+
+// The program's page (`command` empty) or one command's page.
+std::string help_text(std::string_view command);
+// The shell completion script that the program's table describes.
+std::string completion_text(std::string_view shell);
 
 // Writes "norvane: <reason>" on standard error.
 void report(const std::string& reason);
@@ -46,5 +88,7 @@ int run_hash(const invocation& call);
 int run_uuid(const invocation& call);
 int run_yaml(const invocation& call);
 int run_settings(const invocation& call);
+int run_completion(const invocation& call);
+int run_help(const invocation& call);
 
 }  // namespace norvane_tool
