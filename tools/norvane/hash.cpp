@@ -202,8 +202,12 @@ void hash_in_order(const std::vector<std::string>& paths, const algorithm& algo,
       std::count_if(paths.begin(), paths.end(), [](const auto& p) { return p != "-"; }));
   const auto workers = std::min<std::size_t>(std::max(1u, std::thread::hardware_concurrency()), files);
   std::vector<std::jthread> pool;
-  for (std::size_t w = 0; w < workers; ++w) {
-    pool.emplace_back(work);
+  if (workers == 1 && files == paths.size()) {
+    work();  // one file: a thread of its own would only add its start-up
+  } else {
+    for (std::size_t w = 0; w < workers; ++w) {
+      pool.emplace_back(work);
+    }
   }
   if (files < paths.size()) {
     reader r(algo);
