@@ -317,7 +317,7 @@ TEST_F(norvane_program, completion_in_the_real_shells) {
     for (const auto& q : queries) {
       char ask[512];
       std::snprintf(ask, sizeof ask, sh.ask.c_str(), q.words.c_str());
-      write_file(dir / "ask", sh.setup + "source script." + sh.shell + "\n" + ask + "\n");
+      write_file(dir / "ask", sh.setup + "source ./script." + sh.shell + "\n" + ask + "\n");
       const auto got = tool({sh.shell, sh.no_startup_files, "ask"});
       EXPECT_EQ(got.out, q.expected) << sh.shell << ": " << q.words << "\n" << got.err;
     }
