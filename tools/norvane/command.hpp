@@ -1,10 +1,9 @@
-// What every subcommand of the norvane program shares: the command and
-// option tables, the parsed command line and the exit codes.
+// What every subcommand of the norvane program shares: the command table,
+// the parsed command line and the exit codes.
 #pragma once
 
 #include <norvane/cmdline.hpp>
 
-#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -36,35 +35,14 @@ struct command_row {
   // What follows the name in the usage lines, one line per form.
   std::string_view synopsis;
   std::string_view description;
-  // Words that may follow the name ("check get" for yaml); empty when the
-  // command takes file names or nothing.
+  // Words that may follow the name ("check get" for yaml), space-separated.
   std::string_view actions;
+  // File names follow the name, or the action when there are actions.
   bool takes_files;
   int (*run)(const invocation&);
 };
 
-enum class value_kind { none, integer, text };
-
-struct option_row {
-  std::string_view name;
-  std::string_view short_name;
-  std::string_view description;
-  // The default in text form; empty when there is none worth showing.
-  std::string_view default_value;
-  // none: a flag. integer and text options take a value.
-  value_kind takes;
-  std::string_view value_name;
-  // Space-separated command names, or "*" for every command.
-  std::string_view commands;
-  // Space-separated values the shell offers when completing the value.
-  std::string_view choices;
-};
-
-std::span<const command_row> commands();
-std::span<const option_row> options();
 const command_row* find_command(std::string_view name);
-// Whether `option` may be given to `command` (global options to any).
-bool applies_to(const option_row& option, std::string_view command);
 
 // Declares every option of the table.
 void declare_options(norvane::cmdline_parser& parser);

@@ -253,9 +253,7 @@ std::optional<std::string> unescaped(std::string_view name) {
   return text;
 }
 
-std::string reason(const std::string& path, int error) {
-  return (path == "-" ? std::string("-") : path) + ": " + std::strerror(error);
-}
+std::string reason(const std::string& path, int error) { return path + ": " + std::strerror(error); }
 
 int hash_files(const std::vector<std::string>& paths, const algorithm& algo) {
   int result = exit_ok;

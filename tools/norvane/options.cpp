@@ -13,6 +13,24 @@ namespace {
 
 constexpr std::string_view every_command = "*";
 
+enum class value_kind { none, integer, text };
+
+// One row per option; adding an option is adding a row.
+struct option_row {
+  std::string_view name;
+  std::string_view short_name;
+  std::string_view description;
+  // The default in text form; empty when there is none worth showing.
+  std::string_view default_value;
+  // none: a flag. integer and text options take a value.
+  value_kind takes;
+  std::string_view value_name;
+  // Space-separated command names, or "*" for every command.
+  std::string_view commands;
+  // Space-separated values the shell offers when completing the value.
+  std::string_view choices;
+};
+
 constexpr command_row command_table[] = {
     {"info", "[--json]", "Describes the library's build, this host and the program's locations.", "", false,
      run_info},
@@ -77,6 +95,12 @@ std::vector<std::string_view> words_of(std::string_view text) {
 }
 
 bool is_global(const option_row& option) { return option.commands == every_command; }
+
+// Whether `option` may be given to `command` (global options to any).
+bool applies_to(const option_row& option, std::string_view command) {
+  const auto names = words_of(option.commands);
+  return is_global(option) || std::find(names.begin(), names.end(), command) != names.end();
+}
 
 std::string option_label(const option_row& option) {
   std::string label =
@@ -162,18 +186,10 @@ std::string command_help(const command_row& command) {
 
 }  // namespace
 
-std::span<const command_row> commands() { return command_table; }
-std::span<const option_row> options() { return option_table; }
-
 const command_row* find_command(std::string_view name) {
   const auto found = std::find_if(std::begin(command_table), std::end(command_table),
                                   [name](const command_row& c) { return c.name == name; });
   return found == std::end(command_table) ? nullptr : found;
-}
-
-bool applies_to(const option_row& option, std::string_view command) {
-  const auto names = words_of(option.commands);
-  return is_global(option) || std::find(names.begin(), names.end(), command) != names.end();
 }
 
 void declare_options(norvane::cmdline_parser& parser) {
