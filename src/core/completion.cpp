@@ -54,6 +54,15 @@ std::string fish_quoted(std::string_view text) {
   return quoted + "'";
 }
 
+// The first sentence, without its full stop: fish shows it beside the word.
+std::string summary(const std::string& description) {
+  auto first = description.substr(0, description.find(". "));
+  if (first.ends_with('.')) {
+    first.pop_back();
+  }
+  return first;
+}
+
 // The declarations seen as a tree of command paths ("" is the program).
 class completion_model {
 public:
@@ -382,7 +391,7 @@ std::string fish_script(const completion_model& model) {
     for (const auto& [word, description] : model.children(path)) {
       out << "complete -c " << prog << condition << " -a " << fish_quoted(word);
       if (!description.empty()) {
-        out << " -d " << fish_quoted(description.substr(0, description.find(". ")));
+        out << " -d " << fish_quoted(summary(description));
       }
       out << '\n';
     }
