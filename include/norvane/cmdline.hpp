@@ -61,6 +61,26 @@ public:
   // The usage line followed by every declared option.
   std::string help() const;
 
+  // Shell completion. The script offers the declared long and short names
+  // after a "-", the choices of an option when its value is completed (file
+  // names for a text option without choices, nothing for a number), and
+  // file names where the positional parameter goes.
+  enum class shell { bash, zsh, fish };
+
+  // The values offered for option `long_name`, such as algorithm names.
+  void set_choices(std::string_view long_name, std::vector<std::string> values);
+  // A command word of a program with commands ("hash"), or a word under one
+  // ("yaml check"): completion offers it where it may stand and, after it,
+  // the options named in `option_names` (long names) besides the options
+  // no command names. File names follow a command only when `takes_files`
+  // and it has no words under it.
+  void add_command(std::string_view path, std::string_view description, std::vector<std::string> option_names,
+                   bool takes_files);
+  // A script that, loaded by `target`, completes the program's command
+  // lines: bash `source`s it, zsh needs compinit first, fish reads it from
+  // its completions directory.
+  std::string completion_script(shell target) const;
+
 private:
   pimpl* impl_;
 };

@@ -113,6 +113,33 @@ public:
   ~log_sink_stdout_colour_threaded() override;
 };
 
+// Standard error, for programs whose standard output is their result. The
+// stderr sinks share the console mutex with the stdout ones.
+class NORVANE_API log_sink_stderr : public log_sink {
+public:
+  log_sink_stderr();
+  ~log_sink_stderr() override;
+};
+
+class NORVANE_API log_sink_stderr_threaded : public log_sink {
+public:
+  log_sink_stderr_threaded();
+  ~log_sink_stderr_threaded() override;
+};
+
+// Standard error with the level coloured, only when it is a terminal.
+class NORVANE_API log_sink_stderr_colour : public log_sink {
+public:
+  log_sink_stderr_colour();
+  ~log_sink_stderr_colour() override;
+};
+
+class NORVANE_API log_sink_stderr_colour_threaded : public log_sink {
+public:
+  log_sink_stderr_colour_threaded();
+  ~log_sink_stderr_colour_threaded() override;
+};
+
 // A file, appended to unless `truncate` is true. A file that cannot be
 // opened throws spdlog::spdlog_ex (a std::exception) from here; missing
 // parent directories are made.

@@ -1,37 +1,15 @@
 // The command-line parser over cxxopts: declarations go straight to
 // cxxopts, results are converted to text once, right after parsing.
-#include <norvane/cmdline.hpp>
+#include "core/cmdline_parser_pimpl.hpp"
+
 #include <norvane/log.hpp>
 
-#include <cxxopts.hpp>
-
-#include <cstdint>
+#include <algorithm>
 #include <exception>
-#include <functional>
-#include <memory>
-#include <unordered_map>
 
 namespace norvane {
 
 namespace {
-
-enum option_kind : std::int32_t { flag = 1, integer = 2, real = 3, text = 4 };
-
-struct declared_option {
-  std::string name;
-  std::int32_t kind;
-};
-
-struct parsed_value {
-  std::uint64_t count;
-  std::string value;
-};
-
-// Lets count() and value() look names up without building a std::string.
-struct name_hash {
-  using is_transparent = void;
-  std::size_t operator()(std::string_view name) const noexcept { return std::hash<std::string_view>{}(name); }
-};
 
 // std::to_string's six decimals minus the trailing zeros; the point stays,
 // so 2.0 reads "2." (callers may rely on telling reals from integers).
@@ -54,56 +32,38 @@ std::string join(const std::vector<std::string>& values) {
   return joined;
 }
 
+std::string text_of(const cxxopts::OptionValue& value, std::int32_t kind) {
+  switch (kind) {
+    case details::flag:
+      return value.as<bool>() ? "true" : "false";
+    case details::integer:
+      return std::to_string(value.as<int>());
+    case details::real:
+      return real_text(value.as<double>());
+    case details::text:
+      return value.as<std::string>();
+    default:
+      return {};
+  }
+}
+
 }  // namespace
 
-class cmdline_parser::pimpl {
-public:
-  pimpl(std::string program, std::string description) : options(std::move(program), std::move(description)) {
-    options.allow_unrecognised_options();
+void cmdline_parser::pimpl::convert(const cxxopts::ParseResult& result) {
+  for (const auto& option : declared) {
+    // One lookup serves both the count and the value.
+    const auto& value = result[option.name];
+    parsed.try_emplace(option.name, details::parsed_value{value.count(), text_of(value, option.kind)});
   }
-
-  void declare(std::string_view short_name, std::string_view long_name, std::string_view description,
-               std::int32_t kind, std::shared_ptr<cxxopts::Value> value) {
-    declared.push_back({std::string(long_name), kind});
-    options.add_option("", std::string(short_name), std::string(long_name), std::string(description), value,
-                       "");
-  }
-
-  static std::string text_of(const cxxopts::OptionValue& value, std::int32_t kind) {
-    switch (kind) {
-      case flag:
-        return value.as<bool>() ? "true" : "false";
-      case integer:
-        return std::to_string(value.as<int>());
-      case real:
-        return real_text(value.as<double>());
-      case text:
-        return value.as<std::string>();
-      default:
-        return {};
+  if (!positional_name.empty()) {
+    const auto count = result.count(positional_name);
+    if (count != 0) {
+      parsed.try_emplace(
+          positional_name,
+          details::parsed_value{count, join(result[positional_name].as<std::vector<std::string>>())});
     }
   }
-
-  void convert(const cxxopts::ParseResult& result) {
-    for (const auto& option : declared) {
-      // One lookup serves both the count and the value.
-      const auto& value = result[option.name];
-      parsed.try_emplace(option.name, parsed_value{value.count(), text_of(value, option.kind)});
-    }
-    if (!positional_name.empty()) {
-      const auto count = result.count(positional_name);
-      if (count != 0) {
-        parsed.try_emplace(positional_name,
-                           parsed_value{count, join(result[positional_name].as<std::vector<std::string>>())});
-      }
-    }
-  }
-
-  cxxopts::Options options;
-  std::string positional_name;
-  std::vector<declared_option> declared;
-  std::unordered_map<std::string, parsed_value, name_hash, std::equal_to<>> parsed;
-};
+}
 
 cmdline_parser::cmdline_parser(std::string program, std::string description)
     : impl_(new pimpl(std::move(program), std::move(description))) {}
@@ -113,25 +73,25 @@ cmdline_parser::~cmdline_parser() { delete impl_; }
 void cmdline_parser::add_option(std::string_view short_name, std::string_view long_name,
                                 std::string_view description, bool default_value) noexcept {
   impl_->declare(
-      short_name, long_name, description, flag,
+      short_name, long_name, description, details::flag,
       cxxopts::value<bool>()->default_value(default_value ? "true" : "false")->implicit_value("true"));
 }
 
 void cmdline_parser::add_option(std::string_view short_name, std::string_view long_name,
                                 std::string_view description, int default_value) noexcept {
-  impl_->declare(short_name, long_name, description, integer,
+  impl_->declare(short_name, long_name, description, details::integer,
                  cxxopts::value<int>()->default_value(std::to_string(default_value)));
 }
 
 void cmdline_parser::add_option(std::string_view short_name, std::string_view long_name,
                                 std::string_view description, double default_value) noexcept {
-  impl_->declare(short_name, long_name, description, real,
+  impl_->declare(short_name, long_name, description, details::real,
                  cxxopts::value<double>()->default_value(std::to_string(default_value)));
 }
 
 void cmdline_parser::add_option(std::string_view short_name, std::string_view long_name,
                                 std::string_view description, std::string_view default_value) noexcept {
-  impl_->declare(short_name, long_name, description, text,
+  impl_->declare(short_name, long_name, description, details::text,
                  cxxopts::value<std::string>()->default_value(std::string(default_value)));
 }
 
@@ -180,5 +140,28 @@ std::string cmdline_parser::value(std::string_view name) const {
 }
 
 std::string cmdline_parser::help() const { return impl_->options.help({}, true); }
+
+void cmdline_parser::set_choices(std::string_view long_name, std::vector<std::string> values) {
+  const auto found = std::find_if(impl_->declared.begin(), impl_->declared.end(),
+                                  [long_name](const auto& option) { return option.name == long_name; });
+  if (found == impl_->declared.end()) {
+    get_norvane_logger()->log(log_level::error, "Choices for the undeclared option '{}'.", long_name);
+    return;
+  }
+  found->choices = std::move(values);
+}
+
+void cmdline_parser::add_command(std::string_view path, std::string_view description,
+                                 std::vector<std::string> option_names, bool takes_files) {
+  details::declared_command command{{}, std::string(description), std::move(option_names), takes_files};
+  for (std::size_t start = 0; start < path.size();) {
+    const auto end = std::min(path.find(' ', start), path.size());
+    if (end > start) {
+      command.path.emplace_back(path.substr(start, end - start));
+    }
+    start = end + 1;
+  }
+  impl_->commands.push_back(std::move(command));
+}
 
 }  // namespace norvane

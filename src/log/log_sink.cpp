@@ -63,6 +63,23 @@ log_sink_stdout_colour_threaded::log_sink_stdout_colour_threaded()
           make_pimpl<spdlog::sinks::ansicolor_stdout_sink<console_mutex>>(spdlog::color_mode::automatic)) {}
 log_sink_stdout_colour_threaded::~log_sink_stdout_colour_threaded() = default;
 
+log_sink_stderr::log_sink_stderr() : log_sink(make_pimpl<spdlog::sinks::stderr_sink<console_nullmutex>>()) {}
+log_sink_stderr::~log_sink_stderr() = default;
+
+log_sink_stderr_threaded::log_sink_stderr_threaded()
+    : log_sink(make_pimpl<spdlog::sinks::stderr_sink<console_mutex>>()) {}
+log_sink_stderr_threaded::~log_sink_stderr_threaded() = default;
+
+log_sink_stderr_colour::log_sink_stderr_colour()
+    : log_sink(make_pimpl<spdlog::sinks::ansicolor_stderr_sink<console_nullmutex>>(
+          spdlog::color_mode::automatic)) {}
+log_sink_stderr_colour::~log_sink_stderr_colour() = default;
+
+log_sink_stderr_colour_threaded::log_sink_stderr_colour_threaded()
+    : log_sink(
+          make_pimpl<spdlog::sinks::ansicolor_stderr_sink<console_mutex>>(spdlog::color_mode::automatic)) {}
+log_sink_stderr_colour_threaded::~log_sink_stderr_colour_threaded() = default;
+
 log_sink_distribution::log_sink_distribution()
     : log_sink(make_pimpl<spdlog::sinks::dist_sink<null_mutex>>()) {}
 log_sink_distribution::~log_sink_distribution() = default;

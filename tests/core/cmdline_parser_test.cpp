@@ -1,9 +1,11 @@
 #include "support/log_capture.hpp"
+#include "support/test_support.hpp"
 
 #include <norvane/cmdline.hpp>
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -164,6 +166,35 @@ TEST_F(CmdlineParser, HelpListsUsageAndOptions) {
     EXPECT_NE(help.find(line), std::string::npos) << line << "\n" << help;
   }
   EXPECT_NE(help.find("How many (default: 0)"), std::string::npos) << help;
+}
+
+// A program without commands: bash, loading the script, offers option names,
+// an option's choices, nothing for a number, and files for the positional
+// parameter (bash splits "--mode=f" into three words, as written here).
+// The commands of a program are covered by the norvane program's
+// tests in all three shells.
+TEST_F(CmdlineParser, BashCompletionOfAProgramWithoutCommands) {
+  parser.set_choices("mode", {"fast", "safe", "slow"});
+  const test::temp_dir dir;
+  test::write_file(dir / "script", parser.completion_script(cmdline_parser::shell::bash));
+  test::write_file(dir / "in.txt", "");
+  const std::pair<std::string, std::string> cases[] = {
+      {"tool --ver", "--verbose"}, {"tool -m s", "safe slow"}, {"tool --mode = f", "fast"},
+      {"tool --count ", ""},       {"tool -v in", "in.txt"},   {"tool in.txt --r", "--ratio"},
+  };
+  for (const auto& [line, expected] : cases) {
+    const std::string command = "cd '" + dir.path().string() +
+                                "' && bash --norc -c 'source ./script; read -ra COMP_WORDS <<< \"" + line +
+                                "\"; [[ \"" + line +
+                                "\" == *\" \" ]] && COMP_WORDS+=(\"\"); "
+                                "COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _tool; echo ${COMPREPLY[*]}'";
+    FILE* pipe = ::popen(command.c_str(), "r");
+    char text[256] = {};
+    const bool read = std::fgets(text, sizeof text, pipe) != nullptr;
+    ::pclose(pipe);
+    ASSERT_TRUE(read) << line;
+    EXPECT_EQ(std::string(text), expected + "\n") << line;
+  }
 }
 
 }  // namespace

@@ -82,7 +82,6 @@ void print_text(const nlohmann::ordered_json& info) {
 }  // namespace
 
 int run_info(const invocation& call) {
-  allow_only(call, "info", {"json"});
   if (!call.words.empty()) {
     throw usage_error("info takes no arguments");
   }

@@ -13,16 +13,6 @@ namespace {
 
 using namespace norvane_tool;
 
-const char* const description =
-    "Inspects the host, hashes files, makes UUIDs, reads YAML and keeps settings.\n"
-    "Commands:\n"
-    "  info [--json]                          what the library knows of this host\n"
-    "  hash [--algo ALGO] FILE...             digests in the layout of sha256sum ('-' is standard input)\n"
-    "  uuid [-n N]                            N random identifiers\n"
-    "  yaml check FILE...                     report parse errors as path:line:column: message\n"
-    "  yaml get FILE PATH                     the scalar at a dotted path (jobs.build.steps.0.name)\n"
-    "  settings list|get KEY|set KEY JSON|remove KEY [--file NAME]";
-
 norvane::log_level level_named(const std::string& name) {
   static const std::map<std::string, norvane::log_level> levels = {
       {"trace", norvane::log_level::trace}, {"debug", norvane::log_level::debug},
@@ -43,7 +33,8 @@ void set_up_logging(const norvane::cmdline_parser& options) {
   const auto file = options.value("log-file");
   std::shared_ptr<norvane::log_sink> sink;
   if (file.empty()) {
-    sink = std::make_shared<norvane::log_sink_stdout_colour>();
+    // Standard output carries the program's results.
+    sink = std::make_shared<norvane::log_sink_stderr_colour>();
   } else {
     try {
       sink = std::make_shared<norvane::log_sink_file>(file, false);
@@ -59,7 +50,7 @@ void set_up_logging(const norvane::cmdline_parser& options) {
 }
 
 int dispatch(norvane::application_core& app) {
-  norvane::cmdline_parser options("norvane", description);
+  norvane::cmdline_parser options("norvane", "");
   declare_options(options);
   auto words = positional_words(app.arguments());
   // A malformed value ("-n many") is reported by the parser through the
@@ -67,8 +58,9 @@ int dispatch(norvane::application_core& app) {
   if (!options.parse(app.arguments())) {
     throw usage_error("malformed command line (see --help)");
   }
+  const std::string command = words.empty() ? std::string() : words.front();
   if (options.count("help") > 0) {
-    std::cout << options.help();
+    std::cout << help_text(command);
     return exit_ok;
   }
   if (options.count("version") > 0) {
@@ -79,25 +71,14 @@ int dispatch(norvane::application_core& app) {
   if (words.empty()) {
     throw usage_error("no command given (see --help)");
   }
-  const std::string command = words.front();
+  const auto* row = find_command(command);
+  if (row == nullptr) {
+    throw usage_error("unknown command '" + command + "' (see --help)");
+  }
   words.erase(words.begin());
   const invocation call{options, std::move(words)};
-  if (command == "info") {
-    return run_info(call);
-  }
-  if (command == "hash") {
-    return run_hash(call);
-  }
-  if (command == "uuid") {
-    return run_uuid(call);
-  }
-  if (command == "yaml") {
-    return run_yaml(call);
-  }
-  if (command == "settings") {
-    return run_settings(call);
-  }
-  throw usage_error("unknown command '" + command + "'");
+  check_options(call, command);
+  return row->run(call);
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ void expect_words(const invocation& call, std::size_t count, const char* usage) 
 int write_back(norvane::settings& store) {
   store.sync();
   if (store.modified()) {
-    report("could not write the settings file (see the log)");
+    report("could not write the settings file (--log-level error tells why)");
     return exit_failure;
   }
   return exit_ok;
@@ -28,7 +28,6 @@ int write_back(norvane::settings& store) {
 }  // namespace
 
 int run_settings(const invocation& call) {
-  allow_only(call, "settings", {"file"});
   if (call.words.empty()) {
     throw usage_error("settings needs list, get KEY, set KEY JSON or remove KEY");
   }

@@ -8,7 +8,6 @@
 namespace norvane_tool {
 
 int run_uuid(const invocation& call) {
-  allow_only(call, "uuid", {"count"});
   if (!call.words.empty()) {
     throw usage_error("uuid takes no arguments (use -n N for more than one)");
   }

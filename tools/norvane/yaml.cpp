@@ -101,7 +101,6 @@ int get(const std::string& path, const std::string& dotted) {
 }  // namespace
 
 int run_yaml(const invocation& call) {
-  allow_only(call, "yaml", {});
   const auto& words = call.words;
   if (words.empty()) {
     throw usage_error("yaml needs 'check FILE...' or 'get FILE PATH'");
