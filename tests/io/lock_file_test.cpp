@@ -36,9 +36,13 @@ TEST(LockFile, TwoProcessesRacingNeverBothHoldIt) {
       if (lock.try_lock()) {
         ++taken;
         overlaps += holders->fetch_add(1) != 0;
+        ::usleep(20);
         holders->fetch_sub(1);
         lock.unlock();
       }
+      // A refused attempt takes far less time than a hold: without a pause
+      // one process could miss every moment the lock is free.
+      ::usleep(20);
     }
     return std::pair(taken, overlaps);
   };
