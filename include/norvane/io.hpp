@@ -1,12 +1,16 @@
 // Byte devices: the abstract io_device with stream-style state bits, an
 // exceptions mask and open modes; io_buffer over caller memory, optionally
-// laid out in chunks taken in any order; io_file over a memory-mapped file.
+// laid out in chunks taken in any order; io_file over a memory-mapped file;
+// io_save_file, which replaces a file whole or not at all. And lock_file,
+// an inter-process lock held through a file.
 #pragma once
 
 #include <norvane/export.hpp>
 
+#include <chrono>
 #include <filesystem>
 #include <ios>
+#include <string>
 #include <vector>
 
 namespace norvane {
@@ -194,6 +198,99 @@ public:
   char* data() const override;
   long long size() const override;
   bool is_sequential() const override;
+};
+
+// Saves a file whole or not at all. Writes go to a new file in the target's
+// directory; commit() flushes it to disk, renames it over the target and
+// flushes the directory, so that a crash or a power cut at any moment leaves
+// the target with its old content or the new one, never a mix. cancel(),
+// close() or destruction without commit() removes the new file and leaves
+// the target as it was. A target behind symbolic links is replaced where
+// the links point (the links stay); an existing target keeps its permission
+// bits, and its owner where the process may give files away.
+//
+// Every failure (a missing or read-only directory, a target that is a
+// directory or read-only, a full disk, a file-size limit) sets state bits,
+// logs one error line with the path and the system's reason, and leaves the
+// target untouched. Write-only: reads deliver nothing; data() is null.
+class NORVANE_API io_save_file : public io_device {
+public:
+  io_save_file();
+  // Discards the new file unless commit() succeeded.
+  ~io_save_file() override;
+
+  // `mode` is out, optionally with trunc or binary (the new file always
+  // starts empty); anything else sets fail. Creates the new file at once,
+  // so a directory that takes no file fails here, with fail set.
+  void open(const std::filesystem::path& target, unsigned int mode = out);
+  // True when the target now holds exactly what was written and both the
+  // file and the rename are on disk. False, with the new file removed, after
+  // any failure, including an earlier write's (bad set, target untouched).
+  // The device is closed afterwards either way.
+  bool commit();
+  // Removes the new file; the target stays as it was.
+  void cancel();
+
+  bool is_open() const override;
+  // The same as cancel(); fail on a closed device.
+  void close() override;
+  long peek(char* buffer, long count) const override;
+  void read(char* buffer, long count) override;
+  // At the position; a gap left by a seek past the end reads as zeros.
+  // A failed write sets bad and discards the save.
+  void write(const char* buffer, long count) override;
+  void seek(long long offset, std::ios_base::seekdir whence) override;
+  long long tell() const override;
+  char* data() const override;
+  // The bytes written so far (the highest position reached by a write).
+  long long size() const override;
+  bool is_sequential() const override;
+};
+
+// An exclusive lock between processes, held through a file at a path the
+// caller gives (a runtime or configuration directory). It is an operating
+// system lock on the open file (flock), so it goes with its holder: a
+// process that dies, even by SIGKILL, never leaves a lock that blocks the
+// next one. While held, the file names the holder (process id, host name and
+// application name) for refused callers to report; the file itself is left
+// in place, emptied, when the lock is released.
+//
+// Two lock_file objects exclude each other even in one process, so threads
+// may each take their own. One object is used by one thread at a time.
+class NORVANE_API lock_file {
+public:
+  class pimpl;
+
+  // Who holds a lock, as its file records it; pid 0 when nobody does or the
+  // record cannot be read.
+  struct holder_info {
+    long long pid = 0;
+    std::string host_name;
+    std::string application_name;
+  };
+
+  // Touches nothing until a lock is asked for.
+  explicit lock_file(const std::filesystem::path& path);
+  // Releases the lock when held.
+  ~lock_file();
+  lock_file(const lock_file&) = delete;
+  lock_file& operator=(const lock_file&) = delete;
+
+  // True when the lock is now held (also when this object already held it).
+  // False at once when another holds it (nothing logged), or, with an error
+  // logged, when the file cannot be created or locked.
+  bool try_lock();
+  // Waits up to `timeout` for the lock. False when it did not come in time,
+  // with one error line naming the holder, or for try_lock's errors.
+  bool lock(std::chrono::milliseconds timeout);
+  void unlock();
+  bool is_locked() const;
+  // The holder recorded in the file: this process while it holds the lock.
+  holder_info holder() const;
+  const std::filesystem::path& path() const;
+
+private:
+  pimpl* impl_;
 };
 
 }  // namespace norvane

@@ -2,10 +2,20 @@
 // application's configuration directory, written back on sync() or when a
 // modified store is destroyed.
 //
-// Several processes may share one file. sync() re-reads the file and lays
-// the in-memory top-level keys over it, so keys another process wrote in
-// the meantime survive, provided the syncs do not overlap: there is no file
-// lock, and a key both processes change holds the last writer's value.
+// Across processes and crashes, nothing is lost:
+// - sync() holds an exclusive lock (a lock_file named after the settings
+//   file plus ".lock", beside it) from its read to its write, so syncs from
+//   any number of processes and threads take turns and every top-level key
+//   one of them wrote survives the others' merges. A key two of them change
+//   holds the last writer's value. A lock held elsewhere for more than 10 s
+//   makes sync() log an error and write nothing; the lock of a process that
+//   dies goes with it.
+// - The file is replaced whole (a new file beside it, flushed to disk,
+//   renamed over it, the directory flushed): a crash or a power cut leaves
+//   the old document or the new one, never a mix or an empty file.
+// - A file that exists but does not parse is not thrown away: the sync that
+//   replaces it keeps its bytes as <file name>.corrupt-<UTC time stamp>
+//   and logs an error naming that file.
 #pragma once
 
 #include <norvane/export.hpp>
@@ -34,10 +44,12 @@ public:
   settings(const settings&) = delete;
   settings& operator=(const settings&) = delete;
 
-  // Re-reads the file, replaces its top-level keys with the dictionary's
-  // (a nested object is replaced whole, not merged), keeps the merge as the
-  // dictionary and writes it as compact JSON, creating the directory when
-  // needed. The modified mark is cleared only when the write succeeded.
+  // Under the lock: re-reads the file, replaces its top-level keys with the
+  // dictionary's (a nested object is replaced whole, not merged), keeps the
+  // merge as the dictionary and writes it as compact JSON, creating the
+  // directory when needed. The modified mark is cleared only when the write
+  // succeeded; a lock not taken within 10 s leaves the dictionary and the
+  // mark as they were. A directory that takes no new file (read-only) fails.
   // Failures are logged, not thrown, except nlohmann::json::type_error
   // when the file or the dictionary holds something other than an object.
   void sync();
@@ -72,8 +84,9 @@ namespace details {
 // file was read or does not exist; false, with the dictionary emptied and
 // an error logged, when it exists but cannot be read or parsed.
 NORVANE_API bool settings_read_config(nlohmann::json* dictionary, const std::string& file_name);
-// Writes `dictionary` as compact JSON, creating the configuration
-// directory first. False, with an error logged, when that fails.
+// Replaces the file with `dictionary` as compact JSON (without the lock that
+// sync() takes), creating the configuration directory first. False, with an
+// error logged, when that fails; the old file is then untouched.
 NORVANE_API bool settings_write_config(const std::string& file_name, const nlohmann::json* dictionary);
 
 }  // namespace details

@@ -1,21 +1,28 @@
 // The settings store: one JSON object in a file, merged at the top level
-// with what is on disk whenever it is written.
+// with what is on disk whenever it is written. A sync holds a lock file
+// beside the settings file from its read to its rename, and replaces the
+// file through a durable save, so that neither another process nor a crash
+// loses a key.
+#include "io/io_save_file_pimpl.hpp"
+#include "io/lock_file_pimpl.hpp"
+
 #include <norvane/log.hpp>
 #include <norvane/settings.hpp>
 #include <norvane/standard_paths.hpp>
 
 #include <nlohmann/json.hpp>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <set>
+#include <string>
 #include <system_error>
 
 namespace norvane {
@@ -23,6 +30,10 @@ namespace norvane {
 namespace details {
 
 namespace {
+
+// Long enough for any sync another process may be in the middle of, short
+// enough that a stuck holder shows up as an error rather than a hang.
+constexpr std::chrono::seconds lock_timeout{10};
 
 std::string config_directory() {
   return standard_paths::writable_location(standard_paths::location::app_config);
@@ -51,157 +62,134 @@ bool missing(const std::filesystem::path& path) {
 
 void log_error(std::string_view message) { get_norvane_logger()->log(log_level::error, "{}", message); }
 
-// The file a chain of symbolic links ends at (the path itself when it is
-// no link), so that a replaced file lands where the link points and the
-// link stays a link. Empty for a loop or a chain longer than the kernel
-// would follow.
-std::filesystem::path link_target(std::filesystem::path path) {
-  for (int hops = 0; hops <= 40; ++hops) {
-    std::error_code ec;
-    if (!std::filesystem::is_symlink(std::filesystem::symlink_status(path, ec))) {
-      return path;
-    }
-    auto next = std::filesystem::read_symlink(path, ec);
-    if (ec) {
-      return {};
-    }
-    path = next.is_absolute() ? next : path.parent_path() / next;
-  }
-  return {};
+void log_cannot_write(const std::filesystem::path& path) {
+  log_error(missing(path) ? "Impossible to create the settings file."
+                          : "Impossible to write in the settings file.");
 }
 
-bool write_all(int fd, const std::string& text) {
-  std::size_t done = 0;
-  while (done < text.size()) {
-    const ssize_t n = ::write(fd, text.data() + done, text.size() - done);
-    if (n < 0 && errno == EINTR) {
-      continue;
-    }
-    if (n <= 0) {
-      return false;
-    }
-    done += static_cast<std::size_t>(n);
+bool create_config_directory() {
+  std::error_code ec;
+  std::filesystem::create_directories(config_directory(), ec);
+  if (ec) {
+    // The trailing newline is part of the message as applications know it.
+    log_error("Impossible to create the directory used for the settings.\n");
+    return false;
   }
   return true;
 }
 
-enum class write_outcome { written, write_failed, no_replacement };
+enum class read_result { read, missing, unreadable, malformed };
 
-// Writes `text` to a new file beside `target` and renames it over the
-// target, so that the old settings stay whole until the new ones are: a
-// full disk or a file-size limit in the middle of the write used to leave
-// half a document, which the next read rejected, losing every key. The
-// target's own write permission still decides, as it did when the file was
-// written in place, and a replacement keeps the target's mode and owner.
-// no_replacement when the target is not a plain file or the directory
-// takes no new file: the caller then writes in place. Durability across a
-// power cut is left to the file system (no fsync), as before.
-write_outcome replace_file(const std::filesystem::path& target, const std::string& text) {
-  struct stat st {};
-  const bool exists = ::stat(target.c_str(), &st) == 0;
-  if (exists && !S_ISREG(st.st_mode)) {
-    return write_outcome::no_replacement;
-  }
-  if (exists) {
-    const int probe = ::open(target.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-    if (probe < 0) {
-      return write_outcome::no_replacement;
-    }
-    ::close(probe);
-  }
-  static std::atomic<unsigned> counter{0};
-  const auto temporary =
-      target.parent_path() / ("." + target.filename().string() + "." + std::to_string(::getpid()) + "." +
-                              std::to_string(counter++) + ".tmp");
-  const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-  if (fd < 0) {
-    // A directory we may not add to may still hold a file we may write.
-    return !exists || errno == EACCES || errno == EPERM ? write_outcome::no_replacement
-                                                        : write_outcome::write_failed;
-  }
-  if (exists) {
-    // Best effort: only the owner or root may give the file away.
-    static_cast<void>(::fchown(fd, st.st_uid, st.st_gid));
-    static_cast<void>(::fchmod(fd, st.st_mode & 07777));
-  }
-  const bool written = write_all(fd, text);
-  if (::close(fd) != 0 || !written || ::rename(temporary.c_str(), target.c_str()) != 0) {
-    ::unlink(temporary.c_str());
-    return write_outcome::write_failed;
-  }
-  return write_outcome::written;
-}
-
-}  // namespace
-
-bool settings_read_config(nlohmann::json* dictionary, const std::string& file_name) {
+read_result read_settings(nlohmann::json* dictionary, const std::filesystem::path& path) {
+  auto result = read_result::unreadable;
   try {
-    const auto path = settings_path(file_name);
     std::ifstream in(path);
     dictionary->clear();
     if (in.is_open()) {
+      result = read_result::malformed;
       in >> *dictionary;
-      return true;
+      return read_result::read;
     }
     // No file yet is the normal first run, not an error.
     if (missing(path)) {
-      return true;
+      return read_result::missing;
     }
     log_error("Impossible to read in the settings file.");
+  } catch (const nlohmann::json::exception& e) {
+    get_norvane_logger()->log(log_level::error, "Exception thrown during settings reading: \"{}\".",
+                              e.what());
   } catch (const std::exception& e) {
+    // Not the text but the file failed (a directory, an I/O error).
+    result = read_result::unreadable;
     get_norvane_logger()->log(log_level::error, "Exception thrown during settings reading: \"{}\".",
                               e.what());
   } catch (...) {
+    result = read_result::unreadable;
     log_error("Unexpected error thrown during settings reading.");
   }
   // Not clear(): a parse that failed half-way may have left an array in
   // place of the object, and the application must start from an empty object.
   *dictionary = nlohmann::json::object();
-  return false;
+  return result;
 }
 
-bool settings_write_config(const std::string& file_name, const nlohmann::json* dictionary) {
-  try {
-    std::error_code ec;
-    std::filesystem::create_directories(config_directory(), ec);
-    if (ec) {
-      // The trailing newline is part of the message as applications know it.
-      log_error("Impossible to create the directory used for the settings.\n");
-      return false;
+// "20261123T101502.123Z": sortable, and distinct for files kept aside in
+// the same second.
+std::string utc_stamp() {
+  const auto now = std::chrono::system_clock::now();
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+  const auto millis =
+      std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
+  std::tm utc{};
+  ::gmtime_r(&seconds, &utc);
+  char text[32];
+  const auto length = std::strftime(text, sizeof text, "%Y%m%dT%H%M%S", &utc);
+  return std::string(text, length) + "." + std::to_string(1000 + millis).substr(1) + "Z";
+}
+
+// Gives the bytes of `file` a second name, <name>.corrupt-<stamp>, without
+// moving them: until the new document has replaced the file, the file stays
+// as it was. Empty when no name could be given.
+std::filesystem::path keep_aside(const std::filesystem::path& file) {
+  const auto base = file.string() + ".corrupt-" + utc_stamp();
+  for (int n = 1; n < 100; ++n) {
+    const std::filesystem::path aside = n == 1 ? base : base + "-" + std::to_string(n);
+    if (::link(file.c_str(), aside.c_str()) == 0) {
+      return aside;
     }
+    if (errno == EEXIST) {
+      continue;
+    }
+    // A file system without hard links gets a copy.
+    std::error_code ec;
+    if (std::filesystem::copy_file(file, aside, ec)) {
+      return aside;
+    }
+    return {};
+  }
+  return {};
+}
+
+bool same_file(const std::filesystem::path& a, const std::filesystem::path& b) {
+  struct stat sa {};
+  struct stat sb {};
+  return ::stat(a.c_str(), &sa) == 0 && ::stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev &&
+         sa.st_ino == sb.st_ino;
+}
+
+// Replaces the file with `dictionary` as compact JSON, durably. With
+// `malformed`, the unparsable bytes that were there are kept aside first.
+bool write_settings(const std::filesystem::path& path, const nlohmann::json& dictionary, bool malformed) {
+  try {
     // Serialised before the file is touched, so that a document that
     // cannot be written (invalid UTF-8) leaves the old file intact.
-    const auto text = dictionary->dump();
-    const auto path = settings_path(file_name);
-    const auto target = link_target(path);
-    if (target.empty()) {
-      // A loop of links: there is no file to write, and none is made.
-      log_error(missing(path) ? "Impossible to create the settings file."
-                              : "Impossible to write in the settings file.");
-      return false;
+    const auto text = dictionary.dump();
+    save_file file;
+    auto ec = file.open(path);
+    if (!ec) {
+      ec = file.write(text.data(), static_cast<std::int64_t>(text.size()), 0);
     }
-    switch (replace_file(target, text)) {
-      case write_outcome::written:
-        return true;
-      case write_outcome::write_failed:
-        log_error("Impossible to write in the settings file.");
-        return false;
-      case write_outcome::no_replacement:
-        break;
+    std::filesystem::path aside;
+    if (!ec && malformed) {
+      aside = keep_aside(file.destination());
     }
-    // Not a plain file, or a directory we may not add to: write in place.
-    std::ofstream out(target, std::ios::out);
-    if (out.is_open()) {
-      out << text;
-      out.flush();
-      if (out) {
-        return true;
+    if (!ec) {
+      ec = file.commit();
+    }
+    if (ec) {
+      // Only a copy the failed save did not make redundant is removed.
+      if (!aside.empty() && same_file(aside, file.destination())) {
+        ::unlink(aside.c_str());
       }
-      log_error("Impossible to write in the settings file.");
+      log_cannot_write(path);
       return false;
     }
-    log_error(missing(target) ? "Impossible to create the settings file."
-                              : "Impossible to write in the settings file.");
+    if (!aside.empty()) {
+      get_norvane_logger()->log(log_level::error,
+                                "The settings file could not be parsed; its content was kept in \"{}\".",
+                                aside.string());
+    }
+    return true;
   } catch (const std::exception& e) {
     get_norvane_logger()->log(log_level::error, "Exception thrown during settings writing: \"{}\".",
                               e.what());
@@ -209,6 +197,17 @@ bool settings_write_config(const std::string& file_name, const nlohmann::json* d
     log_error("Unexpected error thrown during settings writing.");
   }
   return false;
+}
+
+}  // namespace
+
+bool settings_read_config(nlohmann::json* dictionary, const std::string& file_name) {
+  const auto result = read_settings(dictionary, settings_path(file_name));
+  return result == read_result::read || result == read_result::missing;
+}
+
+bool settings_write_config(const std::string& file_name, const nlohmann::json* dictionary) {
+  return create_config_directory() && write_settings(settings_path(file_name), *dictionary, false);
 }
 
 }  // namespace details
@@ -237,8 +236,26 @@ settings::~settings() {
 }
 
 void settings::sync() {
+  if (!details::create_config_directory()) {
+    return;
+  }
+  const auto path = details::settings_path(impl_->file_name);
+  // The whole read-merge-write under the lock: another process's keys
+  // written between our read and our rename would otherwise be lost.
+  lock_file::pimpl lock(path.string() + ".lock");
+  if (const auto ec = lock.lock(details::lock_timeout)) {
+    if (ec == std::errc::timed_out) {
+      const auto who = lock.holder();
+      get_norvane_logger()->log(
+          log_level::error, "Impossible to lock the settings file: \"{}\" is held by process {} ({} on {}).",
+          lock.path.string(), who.pid, who.application_name, who.host_name);
+    } else {
+      details::log_cannot_write(path);
+    }
+    return;
+  }
   auto merged = nlohmann::json::object();
-  details::settings_read_config(&merged, impl_->file_name);
+  const auto read = details::read_settings(&merged, path);
   if (merged.is_object()) {
     for (const auto& key : impl_->removed) {
       merged.erase(key);
@@ -247,7 +264,7 @@ void settings::sync() {
   // Top-level keys only: a nested object of ours replaces the one on disk.
   merged.update(impl_->dictionary.cbegin(), impl_->dictionary.cend(), false);
   impl_->dictionary.swap(merged);
-  if (details::settings_write_config(impl_->file_name, &impl_->dictionary)) {
+  if (details::write_settings(path, impl_->dictionary, read == details::read_result::malformed)) {
     impl_->modified = false;
     impl_->removed.clear();
   }

@@ -99,12 +99,14 @@ TEST_F(SettingsFault, SyncPastAFileSizeLimitKeepsTheFileThatWasThere) {
     std::string after_destruction;  // written once the big value is removed
   };
   const limit_case cases[] = {
-      {"an earlier file", true, 1000, failed + old_file + " dir=s.json",
+      {"an earlier file", true, 1000, failed + old_file + " dir=s.json s.json.lock",
        R"({"n":1,"old":")" + std::string(100, 'o') + R"("})"},
-      {"no file yet", false, 1000, failed + "<none> dir=", R"({"n":1})"},
+      {"no file yet", false, 1000,
+       "modified=1 log=[error] Impossible to create the settings file. file=<none> dir=s.json.lock",
+       R"({"n":1})"},
       {"a document within the limit", true, 50,
        R"(modified=0 log= file={"big":")" + std::string(50, 'b') + R"(","n":1,"old":")" +
-           std::string(100, 'o') + R"("} dir=s.json)",
+           std::string(100, 'o') + R"("} dir=s.json s.json.lock)",
        R"({"n":1,"old":")" + std::string(100, 'o') + R"("})"},
   };
   for (const auto& c : cases) {
@@ -162,8 +164,8 @@ TEST_F(SettingsFault, SyncOnAFullFileSystemKeepsTheFileThenSucceedsOnceThereIsRo
   ASSERT_TRUE(outcome.exited_cleanly()) << outcome.describe();
   EXPECT_EQ(outcome.report,
             "full: modified=1 log=[error] Impossible to write in the settings file. file={\"keep\":\"k\"} "
-            "dir=filler s.json\n"
-            "room: modified=0 keys=2 keep=k new=10000 dir=s.json");
+            "dir=filler s.json s.json.lock\n"
+            "room: modified=0 keys=2 keep=k new=10000 dir=s.json s.json.lock");
 }
 
 // Permission bits apply to the child (root gives up the capabilities that
@@ -176,18 +178,19 @@ TEST_F(SettingsFault, UnwritableDirectoriesAndFilesAreReportedAndLeftAlone) {
     std::string expected;
   };
   const permission_case cases[] = {
-      {"a writable file in a read-only directory is updated in place",
+      // No lock file can be made there, and no file to rename over this one.
+      {"a writable file in a read-only directory",
        [&] {
          write_settings(R"({"a":1})");
          fs::permissions(config_dir(), r_x);
        },
-       R"(read= sync= modified=0 file={"a":1,"b":2} dir=s.json)"},
+       R"(read= sync=[error] Impossible to write in the settings file. modified=1 file={"a":1} dir=s.json)"},
       {"a read-only file in a writable directory",
        [&] {
          write_settings(R"({"a":1})");
          fs::permissions(file(), fs::perms::owner_read);
        },
-       R"(read= sync=[error] Impossible to write in the settings file. modified=1 file={"a":1} dir=s.json)"},
+       R"(read= sync=[error] Impossible to write in the settings file. modified=1 file={"a":1} dir=s.json s.json.lock)"},
       {"a read-only file in a read-only directory",
        [&] {
          write_settings(R"({"a":1})");
@@ -215,7 +218,7 @@ TEST_F(SettingsFault, UnwritableDirectoriesAndFilesAreReportedAndLeftAlone) {
        },
        "read=[error] Impossible to read in the settings file. sync=[error] Impossible to read in the "
        "settings file. | [error] Impossible to write in the settings file. modified=1 file=<unreadable> "
-       "dir=s.json"},
+       "dir=s.json s.json.lock"},
   };
   const auto reset = [&] {
     std::error_code ec;
@@ -255,7 +258,8 @@ TEST_F(SettingsFault, PathsThatAreNotPlainFiles) {
        "file: Is a directory\". "
        "sync=[error] Exception thrown during settings reading: \"basic_filebuf::underflow error reading the "
        "file: Is a directory\". | "
-       "[error] Impossible to write in the settings file. modified=1 dir=s.json kind=directory:inside"},
+       "[error] Impossible to write in the settings file. modified=1 dir=s.json s.json.lock "
+       "kind=directory:inside"},
       // Reading sees no file (the link cannot be resolved); writing must not
       // replace the loop with a file of its own, nor spin on it.
       {"a symbolic link loop",
@@ -265,6 +269,7 @@ TEST_F(SettingsFault, PathsThatAreNotPlainFiles) {
          fs::create_symlink("s.json", config_dir() / "loop.json");
        },
        "read= sync=[error] Impossible to create the settings file. modified=1 dir=loop.json s.json "
+       "s.json.lock "
        "kind=symlink:loop.json"},
       // Settings kept elsewhere (a dotfiles directory) stay where the link points.
       {"a link to a file elsewhere",
@@ -274,7 +279,7 @@ TEST_F(SettingsFault, PathsThatAreNotPlainFiles) {
          test::write_file(elsewhere / "s.json", R"({"a":1})");
          fs::create_symlink(elsewhere / "s.json", file());
        },
-       R"(read= sync= modified=0 dir=s.json kind=symlink:)" + (elsewhere / "s.json").string() +
+       R"(read= sync= modified=0 dir=s.json s.json.lock kind=symlink:)" + (elsewhere / "s.json").string() +
            R"( target={"a":1,"b":2})"},
       {"a dangling link",
        [&] {
@@ -282,7 +287,7 @@ TEST_F(SettingsFault, PathsThatAreNotPlainFiles) {
          fs::create_directories(elsewhere);
          fs::create_symlink("../../dotfiles/s.json", file());
        },
-       R"(read= sync= modified=0 dir=s.json kind=symlink:../../dotfiles/s.json target={"b":2})"},
+       R"(read= sync= modified=0 dir=s.json s.json.lock kind=symlink:../../dotfiles/s.json target={"b":2})"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -332,7 +337,7 @@ TEST_F(SettingsFault, FilesThatVanishBetweenSyncsComeBackWithEveryKey) {
   EXPECT_FALSE(s.modified());
   EXPECT_EQ(test::read_file(file()), R"({"a":1,"b":2,"c":3})");
   EXPECT_EQ(logged(log), "");
-  EXPECT_EQ(test::directory_listing(config_dir()), "s.json");
+  EXPECT_EQ(test::directory_listing(config_dir()), "s.json s.json.lock");
 }
 
 }  // namespace

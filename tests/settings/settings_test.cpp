@@ -132,19 +132,41 @@ TEST_F(Settings, AbsoluteNamesIgnoreTheConfigurationDirectory) {
   EXPECT_FALSE(fs::exists(config_dir() / "abs.json"));
 }
 
-TEST_F(Settings, UnreadableContentIsLoggedAndGivesAnEmptyObject) {
+// A file that does not parse gives an empty document; the sync that
+// replaces it first keeps its bytes beside it, under a name of their own.
+TEST_F(Settings, UnparsableFilesGiveAnEmptyObjectAndAreKeptAsideByTheNextSync) {
   const std::pair<std::string, std::string> cases[] = {{"invalid.json", "{x"},
                                                        {"empty.json", ""},
                                                        {"truncated.json", R"({"a": [1, 2)"},
                                                        {"half_array.json", "[1, x"}};
   for (const auto& [name, text] : cases) {
+    SCOPED_TRACE(name);
     write_settings(name, text);
     test::log_capture log;
-    const settings s(name);
-    EXPECT_EQ(s.dictionary(), json::object()) << name;
+    settings s(name);
+    EXPECT_EQ(s.dictionary(), json::object());
+    const log_entry read_error{"error",
+                               "Exception thrown during settings reading: \"" + parse_error_of(text) + "\"."};
+    EXPECT_EQ(log.entries(), std::vector<log_entry>{read_error});
+    s.set("b", "2");
+    s.sync();
+    EXPECT_EQ(file_text(name), R"({"b":2})");
+    std::vector<fs::path> kept;
+    for (const auto& entry : fs::directory_iterator(config_dir())) {
+      if (entry.path().filename().string().rfind(name + ".corrupt-", 0) == 0) {
+        kept.push_back(entry.path());
+      }
+    }
+    ASSERT_EQ(kept.size(), 1u);
+    // <name>.corrupt-YYYYMMDDTHHMMSS.mmmZ
+    EXPECT_EQ(kept[0].filename().string().size(), name.size() + 29) << kept[0];
+    EXPECT_EQ(test::read_file(kept[0]), text);
     EXPECT_EQ(log.entries(),
-              one_error("Exception thrown during settings reading: \"" + parse_error_of(text) + "\"."))
-        << name;
+              (std::vector<log_entry>{
+                  read_error,
+                  read_error,
+                  {"error", "The settings file could not be parsed; its content was kept in \"" +
+                                kept[0].string() + "\"."}}));
   }
 }
 
