@@ -35,7 +35,7 @@ std::atomic<std::uint64_t> last_v7{0};
 constexpr int sequence_bits = 16;
 
 // A new millisecond starts its sequence at a small random value (method 1 of
-// RFC 9562, section 6.2), leaving at least 65472 draws before the sequence
+// RFC 9562, section 6.2), leaving at least 65520 draws before the sequence
 // would carry into the time field. Within the same millisecond, or when the
 // clock stepped back, the sequence counts on from the last value.
 std::uint64_t next_v7_state(std::uint64_t now_ms, std::uint64_t start) noexcept {
@@ -110,7 +110,12 @@ uuid::uuid(std::string_view text) noexcept {
 // variant 10, the sequence's low 4 bits, 58 random bits. The sequence
 // lies above every random bit, so byte order follows draw order.
 uuid uuid::v7() noexcept {
-  const std::uint64_t random = draw_random();
+  // Two raw draws of the engine give 62 bits, enough for the 58 random bits
+  // and the 4-bit sequence start; the 64-bit distribution of the random
+  // form would cost as much again as everything else here.
+  auto& engine = thread_engine();
+  const std::uint64_t high = engine();
+  const std::uint64_t random = high << 31 | engine();
   const std::uint64_t state = next_v7_state(unix_time_ms(), random >> 58);
   const std::uint64_t ms = state >> sequence_bits;
   const auto sequence = static_cast<unsigned>(state & 0xffff);
