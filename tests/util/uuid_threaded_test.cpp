@@ -91,6 +91,10 @@ TEST(uuid_threaded, a_million_v7_identifiers_from_four_threads) {
     std::string previous;
     for (const auto& id : list) {
       std::string text = norvane::to_string(id);
+      // Version 7, variant 10, and the text parses back to the same bytes.
+      ASSERT_EQ(text[14], '7') << text;
+      ASSERT_EQ(id.bytes()[8] & 0xc0, 0x80) << text;
+      ASSERT_TRUE(norvane::uuid(text) == id) << text;
       ASSERT_LT(previous, text);
       ASSERT_GE(timestamp_ms(id), before) << text;
       ASSERT_LE(timestamp_ms(id), after) << text;
