@@ -5,7 +5,7 @@
 #include <norvane/system_info.hpp>
 
 #include <benchmark/benchmark.h>
-#include <unistd.h>
+#include <sched.h>
 
 #include <cstdio>
 #include <cstring>
@@ -35,9 +35,8 @@ std::string raw_model_name() {
 }
 
 void describe_cpus_norvane(benchmark::State& state) {
-  const int online = static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN));
   for (auto _ : state) {
-    benchmark::DoNotOptimize(norvane::details::read_host_cpus("/", online));
+    benchmark::DoNotOptimize(norvane::details::read_host_cpus("/"));
   }
 }
 
@@ -83,6 +82,22 @@ void cpu_model_per_call_raw(benchmark::State& state) {
   }
 }
 
+// The container-aware count reads the mount table and the cgroup files at
+// each call; the plain alternative asks for the affinity mask alone.
+void usable_cores_norvane(benchmark::State& state) {
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(norvane::system_info::usable_cores());
+  }
+}
+
+void usable_cores_raw(benchmark::State& state) {
+  for (auto _ : state) {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    benchmark::DoNotOptimize(sched_getaffinity(0, sizeof set, &set) == 0 ? CPU_COUNT(&set) : 1);
+  }
+}
+
 }  // namespace
 
 BENCHMARK(describe_cpus_raw)->Name("describe_cpus/raw");
@@ -91,3 +106,5 @@ BENCHMARK(describe_memory_raw)->Name("describe_memory/raw");
 BENCHMARK(describe_memory_norvane)->Name("describe_memory/norvane");
 BENCHMARK(cpu_model_per_call_raw)->Name("cpu_model_per_call/raw");
 BENCHMARK(cpu_model_per_call_norvane)->Name("cpu_model_per_call/norvane");
+BENCHMARK(usable_cores_raw)->Name("usable_cores/raw");
+BENCHMARK(usable_cores_norvane)->Name("usable_cores/norvane");

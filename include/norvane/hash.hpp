@@ -5,6 +5,7 @@
 #include <norvane/export.hpp>
 
 #include <array>
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -105,6 +106,9 @@ public:
   const std::array<std::uint8_t, 16>& bytes() const noexcept { return bytes_; }
 
 protected:
+  // Takes the bytes as they are and draws nothing.
+  explicit random_uuid(const std::array<std::uint8_t, 16>& bytes) noexcept : bytes_(bytes) {}
+
   std::array<std::uint8_t, 16> bytes_;
 };
 }  // namespace details
@@ -116,9 +120,22 @@ public:
   // The identifier `text` names, or all zero bytes (uuid_null) when
   // validate_uuid_str(text) fails.
   explicit uuid(std::string_view text) noexcept;
+
+  // A time-ordered identifier (version 7): the Unix time in milliseconds in
+  // the first 48 bits, then a 16-bit sequence kept for the whole process,
+  // then random bits from the same generator as the random identifiers. An
+  // identifier drawn after another in this process, on any thread, compares
+  // greater, also within one millisecond and when the clock steps back.
+  static uuid v7() noexcept;
+
+private:
+  explicit uuid(const std::array<std::uint8_t, 16>& bytes) noexcept : random_uuid(bytes) {}
 };
 
 NORVANE_API bool operator==(const uuid& a, const uuid& b) noexcept;
+// Byte order, which is also the order of the text forms: for version-7
+// identifiers, the order in which they were drawn.
+NORVANE_API std::strong_ordering operator<=>(const uuid& a, const uuid& b) noexcept;
 // The 36-character lower-case text form.
 NORVANE_API std::string to_string(const uuid& id);
 

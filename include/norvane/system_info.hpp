@@ -66,7 +66,17 @@ public:
   double total_MiB() const noexcept;
   // The host description keeps no free byte count, so this is always
   // bytes_to_MiB(-1); kept so that callers on every host see one value.
+  // available_MiB() is the figure to plan with.
   double free_MiB() const noexcept;
+  // What this process may use: the tightest memory limit of its cgroups
+  // (a container's limit) when it is below total_MiB(), else total_MiB().
+  // Read at each call, as a container's limit can change while it runs.
+  double limit_MiB() const noexcept;
+  // The kernel's current estimate of the memory available to new work
+  // (MemAvailable), read at each call; bytes_to_MiB(-1) when the kernel does
+  // not report it. It describes the host: inside a container, also respect
+  // limit_MiB().
+  double available_MiB() const noexcept;
 
 private:
   const details::host_ram* ram_ = nullptr;
@@ -83,6 +93,13 @@ public:
   static std::vector<system_cpu> all_cpus();
   static system_os os();
   static system_ram ram();
+
+  // The processors this process may use at once: the CPUs of its affinity
+  // mask (taskset, a container's cpuset), cut by the tightest CPU quota of
+  // its cgroups rounded up, so 0.5 CPU counts as 1. Never below 1; read at
+  // each call. This, not the installed core count, is the number of worker
+  // threads to start.
+  static int usable_cores() noexcept;
 };
 
 }  // namespace norvane

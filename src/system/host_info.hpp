@@ -1,5 +1,6 @@
 // The host descriptions behind system_cpu, system_os and system_ram, and the
-// platform layer that fills them. Each platform has its own host_<os>.cpp.
+// platform layer that fills them. Each platform has its own host_<os>.cpp;
+// the container limits of Linux live in cgroup_linux.cpp.
 #pragma once
 
 #include <norvane/export.hpp>
@@ -17,36 +18,18 @@ inline constexpr const char* unknown_text = "<unknown>";
 // One processor package.
 struct host_cpu {
   int id = 0;
-  std::string vendor = unknown_text;
   std::string model_name = unknown_text;
-  std::int64_t l1_cache_bytes = -1;
-  std::int64_t l2_cache_bytes = -1;
-  std::int64_t l3_cache_bytes = -1;
   int physical_cores = -1;
-  int logical_cores = -1;
-  std::int64_t max_frequency_mhz = -1;
   std::int64_t regular_frequency_mhz = -1;
 };
 
 struct host_os {
   std::string name;
   std::string version = unknown_text;
-  // Kernel type and release joined by a blank, for instance "Linux 6.1.0-18-amd64".
-  std::string kernel;
-  bool is_32bit = false;
-  bool is_64bit = false;
-  bool is_big_endian = false;
-  bool is_little_endian = false;
 };
 
 struct host_memory_module {
-  int id = 0;
-  std::string vendor = unknown_text;
-  std::string name = unknown_text;
-  std::string serial_number = unknown_text;
-  std::string model = unknown_text;
   std::int64_t total_bytes = -1;
-  std::int64_t frequency_hz = -1;
 };
 
 struct host_ram {
@@ -54,8 +37,6 @@ struct host_ram {
   // Neither host layer fills it: the public free_MiB() reports -1 bytes on
   // every host.
   std::int64_t free_bytes = -1;
-  // What the kernel estimates is available to new programs; kept, not exposed.
-  std::int64_t available_bytes = -1;
 };
 
 // What one logical processor of /proc/cpuinfo says; -1 or empty where it
@@ -64,7 +45,6 @@ struct cpuinfo_entry {
   int processor = -1;
   int physical_id = -1;
   int core_id = -1;
-  std::string vendor;
   std::string model_name;
 };
 
@@ -76,13 +56,10 @@ NORVANE_API std::string os_release_value(std::string_view text, std::string_view
 // The size in bytes of a /proc/meminfo field given in kB; -1 when absent,
 // not a number or too large.
 NORVANE_API std::int64_t meminfo_bytes(std::string_view text, std::string_view key);
-// A sysfs cache size such as "32K", "1024K" or "16M" in bytes; -1 otherwise.
-NORVANE_API std::int64_t cache_size_bytes(std::string_view text);
 
 // The host descriptions, read from the files under `root` ("/" on a real
-// host; tests point it at fixture trees). `online_cpus` is the system's count
-// of online logical processors, -1 when unknown.
-NORVANE_API std::vector<host_cpu> read_host_cpus(const std::filesystem::path& root, int online_cpus);
+// host; tests point it at fixture trees).
+NORVANE_API std::vector<host_cpu> read_host_cpus(const std::filesystem::path& root);
 NORVANE_API host_os read_host_os(const std::filesystem::path& root);
 NORVANE_API host_ram read_host_ram(const std::filesystem::path& root);
 
@@ -90,5 +67,44 @@ NORVANE_API host_ram read_host_ram(const std::filesystem::path& root);
 std::vector<host_cpu> current_host_cpus();
 host_os current_host_os();
 host_ram current_host_ram();
+
+// Where one cgroup controller of this process keeps its files: the
+// directories from the process's own cgroup up to the root of the mounted
+// hierarchy (leaf first, as paths of the mount table), and whether that
+// hierarchy is the unified one (cgroup v2), whose file names differ.
+struct cgroup_directories {
+  std::vector<std::string> leaf_to_root;
+  bool unified = false;
+};
+
+// The directories of `controller` ("cpu", "memory") from the texts of
+// /proc/self/cgroup and /proc/self/mountinfo. A v1 hierarchy that carries
+// the controller wins over the unified one, as the kernel lets only one of
+// them govern it; empty when neither is mounted.
+NORVANE_API cgroup_directories find_cgroup(std::string_view proc_cgroup, std::string_view mountinfo,
+                                           std::string_view controller);
+// The CPUs a quota allows, rounded up: cpu.max ("max 100000", "50000
+// 100000"), or cpu.cfs_quota_us over cpu.cfs_period_us. -1 for no limit and
+// for anything that is not a positive quota over a positive period.
+NORVANE_API std::int64_t cpu_max_cores(std::string_view cpu_max);
+NORVANE_API std::int64_t cfs_quota_cores(std::string_view quota, std::string_view period);
+// A positive byte limit from memory.max or memory.limit_in_bytes; -1 for
+// "max", "-1", 0 and anything that is not a positive count.
+NORVANE_API std::int64_t cgroup_memory_bytes(std::string_view text);
+
+// The figures a process inside a container should plan with, from the files
+// under `root`. `affinity_cpus` is how many CPUs the process may run on; the
+// result is that, cut by the tightest CPU quota of its cgroup and the
+// cgroups above it, and never below 1.
+NORVANE_API int usable_cores(const std::filesystem::path& root, int affinity_cpus);
+// The tightest memory limit of the process's cgroups when it is below
+// `total_bytes` (or the total is unknown, -1), else `total_bytes`.
+NORVANE_API std::int64_t memory_limit_bytes(const std::filesystem::path& root, std::int64_t total_bytes);
+// MemAvailable of /proc/meminfo; -1 when the kernel does not report it.
+NORVANE_API std::int64_t available_memory_bytes(const std::filesystem::path& root);
+
+// The CPUs of this process's affinity mask, or the online count when the
+// mask cannot be read.
+int affinity_cpus();
 
 }  // namespace norvane::details

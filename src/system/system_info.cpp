@@ -20,15 +20,29 @@ std::string system_os::type() const noexcept { return os_->name; }
 
 std::string system_os::version() const noexcept { return os_->version; }
 
-double system_ram::total_MiB() const noexcept {
+namespace {
+
+long long total_bytes(const details::host_ram& ram) noexcept {
   long long total = 0;
-  for (const auto& module : ram_->modules) {
+  for (const auto& module : ram.modules) {
     total += module.total_bytes;
   }
-  return bytes_to_MiB(total);
+  return total;
 }
 
+}  // namespace
+
+double system_ram::total_MiB() const noexcept { return bytes_to_MiB(total_bytes(*ram_)); }
+
 double system_ram::free_MiB() const noexcept { return bytes_to_MiB(ram_->free_bytes); }
+
+double system_ram::limit_MiB() const noexcept {
+  return bytes_to_MiB(details::memory_limit_bytes("/", total_bytes(*ram_)));
+}
+
+double system_ram::available_MiB() const noexcept {
+  return bytes_to_MiB(details::available_memory_bytes("/"));
+}
 
 std::vector<system_cpu> system_info::all_cpus() {
   static const std::vector<details::host_cpu> cpus = details::current_host_cpus();
@@ -49,5 +63,7 @@ system_ram system_info::ram() {
   static const details::host_ram description = details::current_host_ram();
   return system_ram(&description);
 }
+
+int system_info::usable_cores() noexcept { return details::usable_cores("/", details::affinity_cpus()); }
 
 }  // namespace norvane

@@ -1,15 +1,22 @@
 // XXH3 through the runtime-dispatched entry points (AVX2 or AVX-512 when the
 // CPU has them): incremental hashers and the one-shot hashes of long inputs.
-#include "xxh3_convert.hpp"
+#include <norvane/hash_xxh3.hpp>
 
 #include "hasher_pimpl.hpp"
 #include "xxh3_long.hpp"
 
+#if defined(__x86_64__) || defined(_M_X64)
+#include <xxh_x86dispatch.h>
+#endif
+
+#include <memory>
 #include <new>
 
 namespace norvane {
 
-hash_128_t XXH128_to_hash_128_t(const XXH128_hash_t& hash) { return hash_128_t{hash.low64, hash.high64}; }
+hash_128_t XXH128_to_hash_128_t(const XXH128_hash_t& hash) noexcept {
+  return hash_128_t{hash.low64, hash.high64};
+}
 
 namespace details {
 

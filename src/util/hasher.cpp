@@ -1,6 +1,8 @@
 // The incremental hasher base: byte counting and the record's ownership.
 #include "hasher_pimpl.hpp"
 
+#include "util/hex_digit.hpp"
+
 namespace norvane {
 
 hasher::hasher(hasher_pimpl& impl) noexcept : impl_(&impl) {}
@@ -17,8 +19,8 @@ std::uint64_t hasher::size_hashed() const noexcept { return impl_->size_hashed; 
 namespace details {
 
 std::string digest_to_hex(const unsigned char* digest, std::size_t size, bool uppercase) {
-  std::string text;
-  string_to_hex(std::string(reinterpret_cast<const char*>(digest), size), text, uppercase);
+  std::string text(2 * size, '\0');
+  bytes_to_hex(digest, size, text.data(), uppercase);
   return text;
 }
 

@@ -4,7 +4,6 @@
 #include <norvane/system_info.hpp>
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <set>
@@ -40,7 +39,6 @@ TEST(SystemValues, HandlesReportTheirDescriptionUnchanged) {
   cpu.model_name = "Model X";
   cpu.physical_cores = 12;
   cpu.regular_frequency_mhz = 2400;
-  cpu.max_frequency_mhz = 5000;
   const system_cpu handle(&cpu);
   EXPECT_EQ(handle.id(), 3);
   EXPECT_EQ(&handle.model_name(), &cpu.model_name);
@@ -63,7 +61,6 @@ TEST(SystemValues, HandlesReportTheirDescriptionUnchanged) {
   ram.modules.resize(2);
   ram.modules[0].total_bytes = 8LL << 30;
   ram.modules[1].total_bytes = 512LL << 20;
-  ram.available_bytes = 4LL << 30;
   const system_ram ram_handle(&ram);
   EXPECT_EQ(ram_handle.total_MiB(), 8192.0 + 512.0);
   EXPECT_EQ(ram_handle.free_MiB(), -0.00000095367431640625);
@@ -145,15 +142,6 @@ TEST(SystemInfoOnThisHost, CpusMatchProcCpuinfo) {
   const auto again = system_info::all_cpus();
   ASSERT_EQ(again.size(), cpus.size());
   EXPECT_EQ(&again[0].model_name(), &cpus[0].model_name());
-
-  // Logical processors are not exposed by the handle; the description the
-  // layer builds for this host must agree with the system's count.
-  const auto described = details::read_host_cpus("/", static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN)));
-  int logical = 0;
-  for (const auto& cpu : described) {
-    logical += cpu.logical_cores;
-  }
-  EXPECT_EQ(logical, sysconf(_SC_NPROCESSORS_ONLN));
 }
 
 TEST(SystemInfoOnThisHost, OsMatchesOsRelease) {
@@ -178,6 +166,11 @@ TEST(SystemInfoOnThisHost, RamMatchesProcMeminfo) {
   const auto ram = system_info::ram();
   EXPECT_EQ(ram.total_MiB(), static_cast<double>(kib) / 1024.0);
   EXPECT_EQ(ram.free_MiB(), -0.00000095367431640625);
+  // Whatever container this runs in, its figures stay within the machine's.
+  EXPECT_GT(ram.limit_MiB(), 0.0);
+  EXPECT_LE(ram.limit_MiB(), ram.total_MiB());
+  EXPECT_GT(ram.available_MiB(), 0.0);
+  EXPECT_LE(ram.available_MiB(), ram.total_MiB());
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // Expected values were computed with @node-rs/xxhash 1.7.8 (npm), whose XXH3
 // is an independent Rust implementation, over norvane::test::pattern(n).
 #include <norvane/hash.hpp>
+#include <norvane/hash_xxh3.hpp>
 
 #include "hash_test_util.hpp"
 
@@ -43,6 +44,7 @@ TEST(hash_xxh3, known_values_across_length_classes) {
     const norvane::hash_128_t h = norvane::hash_xxh128(input);
     EXPECT_EQ(h.low64, v.xxh128.low64) << v.size;
     EXPECT_EQ(h.high64, v.xxh128.high64) << v.size;
+    EXPECT_EQ(norvane::XXH128_to_hash_128_t(XXH3_128bits(input.data(), input.size())), v.xxh128) << v.size;
   }
   // Text, for a reader checking by hand: xxhsum -H3 / -H2 of "abc".
   EXPECT_EQ(norvane::hash_xxh64("abc"), 0x78af5f94892f3950u);
