@@ -10,11 +10,14 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace norvane::yaml {
@@ -164,9 +167,12 @@ private:
 // scalar is classified once, when the handle binds its node (integer,
 // float, boolean or string), so queries are cheap; writing through a handle
 // does not reclassify it, a fresh handle does.
+class element;
+
 class NORVANE_API ryml_wrapper {
 public:
   struct pimpl;
+  class iterator;
 
   // A new empty tree of its own, addressing its root.
   ryml_wrapper();
@@ -200,6 +206,9 @@ public:
   bool is_structured() const;
   // True for a value that is neither absent nor an explicit null ("~").
   bool has_value() const;
+  // True when the value was quoted or a block scalar in the source: text
+  // that only looks like a number or a boolean ("8080" in quotes).
+  bool is_quoted() const;
 
   // Children of a map, sequence or stream; 1 for a scalar; 0 for a null
   // value or an invalid handle.
@@ -246,6 +255,14 @@ public:
   // Classifies the node's scalar again.
   void parse_value();
 
+  // Walks the children of a map, sequence or stream in order, each as a
+  // handle sharing the tree as operator[] does; a scalar walks itself once
+  // and a null value nothing, so the walk always has size() steps:
+  //   for (const auto& [key, value] : doc["env"]) ...   // a map
+  //   for (const auto& item : doc["ports"]) ...         // a sequence
+  iterator begin() const;
+  iterator end() const;
+
   // Typed reads: a missing node, a null value or a value of another kind
   // gives an empty optional. Integers that do not fit T are absent too.
   template <typename T>
@@ -281,6 +298,58 @@ public:
 
 private:
   pimpl* d_;
+};
+
+// One step of a walk: the child's handle, which also splits into its key
+// (empty for a sequence item) and itself: `auto [key, value] = element`.
+class element : public ryml_wrapper {
+public:
+  explicit element(ryml_wrapper&& handle) noexcept : ryml_wrapper(std::move(handle)) {}
+
+  template <std::size_t I>
+  decltype(auto) get() const& {
+    if constexpr (I == 0) {
+      return key();
+    } else {
+      return static_cast<const ryml_wrapper&>(*this);
+    }
+  }
+  template <std::size_t I>
+  decltype(auto) get() && {
+    if constexpr (I == 0) {
+      return key();
+    } else {
+      return static_cast<ryml_wrapper&&>(*this);
+    }
+  }
+};
+
+class NORVANE_API ryml_wrapper::iterator {
+public:
+  using iterator_category = std::input_iterator_tag;
+  using value_type = element;
+  using difference_type = std::ptrdiff_t;
+  using pointer = void;
+  using reference = element;
+
+  iterator() = default;
+  iterator(tree* t, std::atomic<long>* count, std::size_t id, bool siblings) noexcept
+      : tree_(t), count_(count), id_(id), siblings_(siblings) {}
+
+  element operator*() const;
+  iterator& operator++() noexcept;
+  iterator operator++(int) noexcept {
+    iterator before = *this;
+    ++*this;
+    return before;
+  }
+  bool operator==(const iterator& other) const noexcept { return id_ == other.id_ && tree_ == other.tree_; }
+
+private:
+  tree* tree_ = nullptr;
+  std::atomic<long>* count_ = nullptr;
+  std::size_t id_ = npos;
+  bool siblings_ = false;
 };
 
 template <typename T>
@@ -362,4 +431,27 @@ private:
 // stay. The library's default callbacks are in force afterwards.
 NORVANE_API ryml_wrapper read_yaml(std::string_view text, std::vector<std::string>& errors);
 
+struct read_options {
+  // `<<: *base` and `<<: [*a, *b]` merge the named maps into the map that
+  // holds them, keys written in that map winning, then earlier maps over
+  // later ones. Not part of YAML 1.2's core schema, but compose files and
+  // CI pipelines rely on it. Merged entries count against the reader's
+  // alias-expansion limit.
+  bool merge_keys = true;
+};
+NORVANE_API ryml_wrapper read_yaml(std::string_view text, std::vector<std::string>& errors,
+                                   const read_options& options);
+
 }  // namespace norvane::yaml
+
+// `auto [key, value] = element`: the key and the child's handle.
+template <>
+struct std::tuple_size<norvane::yaml::element> : std::integral_constant<std::size_t, 2> {};
+template <>
+struct std::tuple_element<0, norvane::yaml::element> {
+  using type = std::string_view;
+};
+template <>
+struct std::tuple_element<1, norvane::yaml::element> {
+  using type = norvane::yaml::ryml_wrapper;
+};

@@ -11,6 +11,7 @@
 #include <new>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace norvane::yaml::details {
@@ -78,6 +79,15 @@ std::size_t offset_of(std::string_view text, std::size_t line, std::size_t col) 
     }
   }
   return i;
+}
+
+// libfyaml places faults found at the end of the text one line past it;
+// those are reported at the text's last character instead.
+location within(std::string_view source_name, std::string_view text, const location& loc) {
+  if (text.empty() || loc.offset < text.size()) {
+    return loc;
+  }
+  return locate(source_name, text, text.size() - 1);
 }
 
 struct text_fault {
@@ -148,6 +158,20 @@ bool find_text_fault(std::string_view text, text_fault& fault) {
   return false;
 }
 
+// libfyaml 0.7.12 counts its terminating NUL in the length of an empty
+// block scalar that ends the text ("a: |" and a line break). The text holds
+// no NUL byte (it is refused before parsing) and only double-quoted scalars
+// can write one through an escape, so elsewhere a NUL ends the text.
+const char* token_text(fy_token* token, fy_scalar_style style, std::size_t& length) noexcept {
+  const char* p = fy_token_get_text(token, &length);
+  if (p != nullptr && style != FYSS_DOUBLE_QUOTED) {
+    if (const void* nul = std::memchr(p, 0, length)) {
+      length = static_cast<std::size_t>(static_cast<const char*>(nul) - p);
+    }
+  }
+  return p;
+}
+
 bool is_null_word(std::string_view s) noexcept {
   return s.empty() || s == "~" || s == "null" || s == "Null" || s == "NULL";
 }
@@ -163,7 +187,10 @@ struct frame {
   node_id node;
   bool is_map;
   bool expecting_key;
+  bool is_flow;
+  bool has_merge;   // an entry of this map has the merge key "<<"
   node_id pending;  // the map entry whose value comes next
+  fy_mark start;
 };
 
 struct target {
@@ -184,8 +211,19 @@ fy_mark mark_of(fy_event* e) noexcept {
 
 class builder {
 public:
-  builder(tree::record& rec, const char* text, std::size_t length) noexcept
-      : r_(rec), text_begin_(text), text_end_(text + length) {}
+  builder(tree::record& rec, const char* text, std::size_t length, bool merge_keys) noexcept
+      : r_(rec), text_begin_(text), text_end_(text + length), merge_keys_(merge_keys) {}
+
+  // The innermost flow sequence or map still open: a missing closing
+  // bracket is best reported at its opening one.
+  const frame* open_flow() const noexcept {
+    for (auto f = stack_.rbegin(); f != stack_.rend(); ++f) {
+      if (f->is_flow) {
+        return &*f;
+      }
+    }
+    return nullptr;
+  }
 
   // False with `error` set when the event breaks one of the reader's rules.
   bool on_event(fy_event* e, build_error& error) {
@@ -201,6 +239,9 @@ public:
         return on_container_start(e, false, e->sequence_start.anchor, error);
       case FYET_MAPPING_END:
       case FYET_SEQUENCE_END:
+        if (stack_.back().has_merge) {
+          resolve_merges(stack_.back().node);
+        }
         r_.nodes[stack_.back().node].type &= ~OPEN;
         stack_.pop_back();
         return true;
@@ -212,18 +253,7 @@ public:
   }
 
 private:
-  node_id append(node_id parent) {
-    const node_id c = r_.nodes.push(empty_node(parent));
-    node_data& p = r_.nodes[parent];
-    if (p.last_child == none) {
-      p.first_child = c;
-    } else {
-      r_.nodes[p.last_child].next_sibling = c;
-    }
-    p.last_child = c;
-    ++p.num_children;
-    return c;
-  }
+  node_id append(node_id parent) { return r_.append_child(parent); }
 
   void start_document() {
     ++documents_;
@@ -316,7 +346,7 @@ private:
       }
     }
     std::size_t length = 0;
-    const char* p = fy_token_get_text(token, &length);
+    const char* p = token_text(token, style, length);
     if (p == nullptr) {
       throw std::bad_alloc();
     }
@@ -351,7 +381,7 @@ private:
       return;
     }
     std::size_t length = 0;
-    const char* name = fy_token_get_text(anchor, &length);
+    const char* name = token_text(anchor, FYSS_PLAIN, length);
     if (name != nullptr) {
       anchors_[std::string(name, length)] = anchor_ref{id, where};
     }
@@ -360,10 +390,19 @@ private:
   bool on_scalar(fy_event* e, build_error& /*error*/) {
     const fy_scalar_style style = fy_token_scalar_style(e->scalar.value);
     const bool plain = style == FYSS_PLAIN;
-    const std::string_view text = scalar_text(e->scalar.value, style);
-    const bool null = plain && e->scalar.tag == nullptr && is_null_word(text);
+    const bool tagged = e->scalar.tag != nullptr;
+    std::string_view text = scalar_text(e->scalar.value, style);
+    if (tagged && text.data() == nullptr) {
+      // "!!str : bar": a tag makes an empty scalar present, so the key is "".
+      text = std::string_view(empty_text, 0);
+    }
+    const bool null = plain && !tagged && is_null_word(text);
     const target t = next_target();
     set_scalar(t, text, !plain, null);
+    if (merge_keys_ && t.where == slot::key && plain && !tagged && text == "<<") {
+      r_.nodes[t.id].type |= MERGE;
+      stack_.back().has_merge = true;
+    }
     remember_anchor(e->scalar.anchor, t.id, t.where);
     return true;
   }
@@ -379,14 +418,15 @@ private:
       return false;
     }
     r_.nodes[t.id].type |= (is_map ? MAP : SEQ) | OPEN;
-    stack_.push_back(frame{t.id, is_map, true, none});
+    const bool flow = fy_event_get_node_style(e) == FYNS_FLOW;
+    stack_.push_back(frame{t.id, is_map, true, flow, false, none, mark_of(e)});
     remember_anchor(anchor, t.id, slot::container);
     return true;
   }
 
   bool on_alias(fy_event* e, build_error& error) {
     std::size_t length = 0;
-    const char* name = fy_token_get_text(e->alias.anchor, &length);
+    const char* name = token_text(e->alias.anchor, FYSS_PLAIN, length);
     const std::string anchor_name(name != nullptr ? name : "", name != nullptr ? length : 0);
     const auto found = anchors_.find(anchor_name);
     if (found == anchors_.end()) {
@@ -458,9 +498,87 @@ private:
     return true;
   }
 
+  // The maps that a merge entry ("<<") names: its value when that is a map,
+  // or the items of its sequence when all of them are. Anything else is
+  // not a merge and stays an ordinary entry.
+  bool merge_sources(node_id entry, std::vector<node_id>& sources) const {
+    const node_data& n = r_.nodes[entry];
+    if ((n.type & MAP) != 0) {
+      sources.push_back(entry);
+      return true;
+    }
+    if ((n.type & SEQ) == 0) {
+      return false;
+    }
+    const std::size_t before = sources.size();
+    for (node_id c = n.first_child; c != none; c = r_.nodes[c].next_sibling) {
+      if ((r_.nodes[c].type & MAP) == 0) {
+        sources.resize(before);
+        return false;
+      }
+      sources.push_back(c);
+    }
+    return true;
+  }
+
+  // Replaces each merge entry of `map` by the entries of the maps it names
+  // whose keys the map does not have: keys written in the map win, then
+  // earlier maps over later ones. The merged entries are moved, not copied;
+  // the aliases that brought them were counted when they were expanded.
+  void resolve_merges(node_id map) {
+    std::unordered_set<std::string_view> taken;
+    for (node_id c = r_.nodes[map].first_child; c != none; c = r_.nodes[c].next_sibling) {
+      if ((r_.nodes[c].type & MERGE) == 0) {
+        taken.insert(key_of(c));
+      }
+    }
+    std::vector<node_id> order;
+    std::vector<node_id> sources;
+    for (node_id c = r_.nodes[map].first_child; c != none; c = r_.nodes[c].next_sibling) {
+      sources.clear();
+      if ((r_.nodes[c].type & MERGE) == 0 || !merge_sources(c, sources)) {
+        r_.nodes[c].type &= ~MERGE;
+        order.push_back(c);
+        continue;
+      }
+      for (node_id source : sources) {
+        for (node_id m = r_.nodes[source].first_child; m != none; m = r_.nodes[m].next_sibling) {
+          if (taken.insert(key_of(m)).second) {
+            order.push_back(m);
+          }
+        }
+      }
+    }
+    relink(map, order);
+  }
+
+  std::string_view key_of(node_id id) const noexcept {
+    const node_data& n = r_.nodes[id];
+    return {n.key_ptr != nullptr ? n.key_ptr : empty_text, n.key_len};
+  }
+
+  void relink(node_id parent, const std::vector<node_id>& children) noexcept {
+    node_data& p = r_.nodes[parent];
+    p.first_child = p.last_child = none;
+    p.num_children = 0;
+    for (node_id c : children) {
+      node_data& n = r_.nodes[c];
+      n.parent = parent;
+      n.next_sibling = none;
+      if (p.last_child == none) {
+        p.first_child = c;
+      } else {
+        r_.nodes[p.last_child].next_sibling = c;
+      }
+      p.last_child = c;
+      ++p.num_children;
+    }
+  }
+
   tree::record& r_;
   const char* text_begin_;
   const char* text_end_;
+  bool merge_keys_;
   std::vector<frame> stack_;
   std::vector<std::pair<node_id, node_id>> work_;
   std::unordered_map<std::string, anchor_ref> anchors_;
@@ -473,7 +591,8 @@ void discard_diagnostic(fy_diag* /*diag*/, void* /*user*/, const char* /*buf*/, 
 
 }  // namespace
 
-bool read_into(tree& t, std::string_view source_name, std::string_view text, const callbacks& cb) {
+bool read_into(tree& t, std::string_view source_name, std::string_view text, const callbacks& cb,
+               bool merge_keys) {
   tree::record& rec = t.rec();
   rec.reset_to_root();
 
@@ -515,7 +634,7 @@ bool read_into(tree& t, std::string_view source_name, std::string_view text, con
     throw std::bad_alloc();
   }
 
-  builder build(rec, copy.data(), copy.size());
+  builder build(rec, copy.data(), copy.size(), merge_keys);
   event_holder event(parser.get());
   build_error error;
   for (;;) {
@@ -542,8 +661,9 @@ bool read_into(tree& t, std::string_view source_name, std::string_view text, con
     }
   }
   if (first == nullptr) {
-    return fail_at("invalid YAML", locate(source_name, copy, copy.size()));
+    return fail_at("invalid YAML", within(source_name, copy, locate(source_name, copy, copy.size())));
   }
+  std::string message = first->msg != nullptr ? first->msg : "invalid YAML";
   location loc{source_name, 0, static_cast<std::size_t>(first->line > 0 ? first->line : 1),
                static_cast<std::size_t>(first->column > 0 ? first->column : 1)};
   if (first->fyt != nullptr) {
@@ -553,8 +673,17 @@ bool read_into(tree& t, std::string_view source_name, std::string_view text, con
   } else {
     loc.offset = offset_of(copy, loc.line, loc.col);
   }
-  const std::string message = first->msg != nullptr ? first->msg : "invalid YAML";
-  return fail_at(message, loc);
+  // A fault found where only blanks remain, inside an open flow collection,
+  // is that collection's missing closing bracket (libfyaml sometimes calls
+  // it a missing comma): the user must look at the opening one.
+  const frame* open = build.open_flow();
+  if (open != nullptr && copy.find_first_not_of(" \t\r\n", loc.offset) == std::string_view::npos) {
+    message =
+        open->is_map ? "flow mapping without a closing brace" : "flow sequence without a closing bracket";
+    loc = location{source_name, open->start.input_pos, static_cast<std::size_t>(open->start.line) + 1,
+                   static_cast<std::size_t>(open->start.column) + 1};
+  }
+  return fail_at(message, within(source_name, copy, loc));
 }
 
 }  // namespace norvane::yaml::details

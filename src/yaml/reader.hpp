@@ -23,7 +23,9 @@ inline constexpr std::size_t max_document_bytes = 0xFFFFFFFFu;
 // Replaces the content of `t` with the document(s) in `text`, copying the
 // text into the tree's arena first. On a syntax error (or a limit above)
 // the error function of `cb` is called with the message and its position
-// in `source_name`; when it returns, so does this, with false.
-bool read_into(tree& t, std::string_view source_name, std::string_view text, const callbacks& cb);
+// in `source_name`; when it returns, so does this, with false. With
+// `merge_keys`, "<<" entries merge the maps they name (see read_options).
+bool read_into(tree& t, std::string_view source_name, std::string_view text, const callbacks& cb,
+               bool merge_keys);
 
 }  // namespace norvane::yaml::details

@@ -204,6 +204,8 @@ bool ryml_wrapper::has_value() const {
   return has_val(d_) && d_->t->val(d_->node.id()).data() != nullptr && (flags_of(d_) & VALNIL) == 0;
 }
 
+bool ryml_wrapper::is_quoted() const { return has_val(d_) && (flags_of(d_) & VALQUO) != 0; }
+
 std::size_t ryml_wrapper::size() const {
   if (!addresses_node(d_)) {
     return 0;
@@ -352,6 +354,8 @@ void ryml_wrapper::extract_primitive_impl(double& out) const {
 
 void ryml_wrapper::extract_primitive_impl(std::string& out) const noexcept {
   if (!has_val(d_)) {
+    // A map, a sequence or an untyped root has no text: it reads as "".
+    out.clear();
     return;
   }
   const std::size_t id = d_->node.id();
@@ -369,6 +373,31 @@ void ryml_wrapper::extract_primitive_impl(ryml_wrapper& out) const {
   if (&out != this) {
     out = *this;
   }
+}
+
+ryml_wrapper::iterator ryml_wrapper::begin() const {
+  const std::size_t n = size();
+  if (n == 0) {
+    return end();
+  }
+  const std::size_t id = d_->node.id();
+  if ((flags_of(d_) & container_bits) == 0) {
+    return iterator(d_->t, d_->share_count, id, false);
+  }
+  return iterator(d_->t, d_->share_count, d_->t->first_child(id), true);
+}
+
+ryml_wrapper::iterator ryml_wrapper::end() const {
+  return addresses_node(d_) ? iterator(d_->t, d_->share_count, npos, false) : iterator();
+}
+
+element ryml_wrapper::iterator::operator*() const {
+  return element(ryml_wrapper(tree_, node_ref(tree_, id_), count_));
+}
+
+ryml_wrapper::iterator& ryml_wrapper::iterator::operator++() noexcept {
+  id_ = siblings_ ? tree_->next_sibling(id_) : npos;
+  return *this;
 }
 
 }  // namespace norvane::yaml

@@ -110,6 +110,7 @@ events expected_events(const std::string& text, bool& has_tags, bool& has_comple
     std::string rest = line.size() > 5 ? line.substr(5) : std::string();
     // Peel the anchor and tag off the front of the rest.
     std::string anchor;
+    bool tagged = false;
     for (;;) {
       if (!rest.empty() && rest[0] == '&') {
         const auto sp = rest.find(' ');
@@ -119,6 +120,7 @@ events expected_events(const std::string& text, bool& has_tags, bool& has_comple
         rest = rest.size() > 3 ? rest.substr(3) : std::string();
       } else if (!rest.empty() && rest[0] == '<') {
         has_tags = true;
+        tagged = true;
         const auto close = rest.find("> ");
         rest = close == std::string::npos ? std::string() : rest.substr(close + 2);
       } else {
@@ -143,7 +145,8 @@ events expected_events(const std::string& text, bool& has_tags, bool& has_comple
     } else if (head == "=VAL") {
       note_node(false);
       const std::size_t start = out.size();
-      const bool plain_empty = rest == ":";
+      // The reader keeps a tagged empty scalar as present text ("!!str : x" has the key "").
+      const bool plain_empty = rest == ":" && !tagged;
       out.push_back(
           scalar_event(plain_empty, unescape_event_text(rest.substr(std::min<std::size_t>(1, rest.size())))));
       if (!anchor.empty()) {

@@ -63,6 +63,29 @@ TEST(YamlHostileInput, AliasBombIsRefusedButModestAliasesExpand) {
   EXPECT_EQ(modest.doc["l3"][0].size(), 10u);
 }
 
+TEST(YamlHostileInput, MergedMapsCountAgainstTheAliasLimit) {
+  // 600 maps each merge two copies of a 1000-key map: the merged maps hold
+  // 600k entries, but the 1.2M expanded nodes pass the limit.
+  std::string text = "base: &b {";
+  for (int i = 0; i < 1000; ++i) {
+    text += (i ? ", k" : "k") + std::to_string(i) + ": v";
+  }
+  text += "}\n";
+  const auto with_maps = [&text](int count) {
+    std::string t = text;
+    for (int i = 0; i < count; ++i) {
+      t += "m" + std::to_string(i) + ": {<<: [*b, *b]}\n";
+    }
+    return t;
+  };
+  const result bomb = read(with_maps(600));
+  ASSERT_EQ(bomb.errors.size(), 1u);
+  EXPECT_NE(bomb.errors[0].find("aliases expand to more than"), std::string::npos) << bomb.errors[0];
+  const result fine = read(with_maps(500));
+  ASSERT_TRUE(fine.errors.empty()) << fine.errors.front();
+  EXPECT_EQ(fine.doc["m499"].size(), 1000u);
+}
+
 TEST(YamlHostileInput, RecursiveAndUnknownAliasesAreErrors) {
   EXPECT_NE(read("a: &x [1, *x]\n").errors.at(0).find("alias 'x' refers to a node that contains it"),
             std::string::npos);

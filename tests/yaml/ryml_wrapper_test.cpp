@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -112,9 +113,12 @@ TEST(YamlHandle, NullAndEmptyValues) {
   EXPECT_TRUE(d.has_value());
   EXPECT_EQ(d.get<std::string>(), std::string());
 
-  std::string s = "untouched";
-  a.extract_primitive_impl(s);
-  EXPECT_EQ(s, "") << "a null value reads as an empty string";
+  // A null value, a map, a sequence and an untyped root all read as "".
+  for (const ryml_wrapper& without_text : {a, doc, doc["e"], ryml_wrapper()}) {
+    std::string s = "untouched";
+    without_text.extract_primitive_impl(s);
+    EXPECT_EQ(s, "");
+  }
 
   EXPECT_EQ(doc.size(), 5u);
   EXPECT_EQ(doc["e"].size(), 1u);
@@ -403,4 +407,48 @@ TEST(YamlHandle, TypedAccessorsTreatNullAndMismatchAsAbsent) {
   EXPECT_EQ(doc["flag"].get<bool>(), false);
   EXPECT_DOUBLE_EQ(doc["ratio"].as<double>(), 1.5);
   EXPECT_EQ(doc["added"].as<std::string>(), "new");
+}
+
+TEST(YamlHandle, RangeForWalksChildrenAndAgreesWithSize) {
+  const ryml_wrapper doc = read_ok("env: {A: 1, B: two}\nports: [80, 443]\nname: web\nnone:\nempty: {}\n");
+  const long before = doc.use_count();
+  struct row {
+    const char* key;
+    std::string walk;  // "key=value;" per step
+  };
+  const row rows[] = {
+      {"env", "A=1;B=two;"}, {"ports", "=80;=443;"}, {"name", "name=web;"}, {"none", ""}, {"empty", ""},
+  };
+  for (const row& r : rows) {
+    const ryml_wrapper node = doc[r.key];
+    std::string walk;
+    std::size_t steps = 0;
+    for (const auto& [key, value] : node) {
+      walk += std::string(key) + "=" + value.value_or<std::string>("") + ";";
+      EXPECT_EQ(value.use_count(), before + 2) << "a step shares the tree as operator[] does";
+      ++steps;
+    }
+    EXPECT_EQ(walk, r.walk) << r.key;
+    EXPECT_EQ(steps, node.size()) << r.key;
+  }
+  EXPECT_EQ(doc.use_count(), before);
+
+  std::size_t keys = 0;
+  for (const auto& entry : doc) {
+    EXPECT_EQ(entry.key(), doc[keys].key());
+    ++keys;
+  }
+  EXPECT_EQ(keys, 5u);
+  // A sequence's items are handles in their own right.
+  int sum = 0;
+  for (const auto& port : doc["ports"]) {
+    sum += port.as<int>();
+  }
+  EXPECT_EQ(sum, 523);
+  const ryml_wrapper root;
+  EXPECT_EQ(std::distance(root.begin(), root.end()), 1)
+      << "an untyped root walks itself once, as size() says";
+  ryml_wrapper cleared;
+  cleared.clear();
+  EXPECT_TRUE(cleared.begin() == cleared.end());
 }
