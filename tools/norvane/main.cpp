@@ -20,7 +20,8 @@ const char* const description =
     "  hash [--algo ALGO] FILE...             digests in the layout of sha256sum ('-' is standard input)\n"
     "  uuid [-n N]                            N random identifiers\n"
     "  yaml check FILE...                     report parse errors as path:line:column: message\n"
-    "  yaml get FILE PATH                     the scalar at a dotted path (jobs.build.steps.0.name)\n"
+    "  yaml get FILE [PATH] [--yaml]          the node at a dotted path (jobs.build.steps.0.name):\n"
+    "                                         a scalar's text, a map or sequence as JSON or YAML\n"
     "  settings list|get KEY|set KEY JSON|remove KEY [--file NAME]";
 
 norvane::log_level level_named(const std::string& name) {

@@ -17,8 +17,9 @@ struct option_entry {
 };
 
 constexpr option_entry known_options[] = {
-    {"h", "help", false}, {"", "version", false}, {"", "log-level", true}, {"", "log-file", true},
-    {"", "json", false},  {"", "algo", true},     {"n", "count", true},    {"", "file", true},
+    {"h", "help", false},   {"", "version", false}, {"", "log-level", true},
+    {"", "log-file", true}, {"", "json", false},    {"", "algo", true},
+    {"n", "count", true},   {"", "file", true},     {"", "yaml", false},
 };
 
 const option_entry* find_option(std::string_view name, bool is_long) {
@@ -41,6 +42,7 @@ void declare_options(norvane::cmdline_parser& parser) {
   parser.add_option("", "algo", "hash: sha1, sha256, xxh64 or xxh128", "sha256");
   parser.add_option("n", "count", "uuid: how many identifiers", 1);
   parser.add_option("", "file", "settings: the store's file name", "settings.json");
+  parser.add_option("", "yaml", "yaml get: print maps and sequences as block YAML, not JSON", false);
   parser.add_option("words");
 }
 
