@@ -2,6 +2,7 @@
 // what it throws into an entry of the caller's error list.
 #include <norvane/yaml.hpp>
 
+#include "yaml/access.hpp"
 #include "yaml/reader.hpp"
 #include "yaml/ryml_wrapper_pimpl.hpp"
 
@@ -19,7 +20,7 @@ ryml_wrapper read_yaml(std::string_view text, std::vector<std::string>& errors, 
   const ScopedErrorHandler throwing;
   ryml_wrapper result;
   try {
-    ryml_wrapper::pimpl* d = result.impl();
+    ryml_wrapper::pimpl* d = details::access::impl(result);
     if (!details::read_into(*d->t, "file", text, get_callbacks(), options.merge_keys)) {
       // An error function that returned instead of throwing still leaves
       // no usable document.

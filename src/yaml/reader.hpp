@@ -8,15 +8,6 @@
 
 namespace norvane::yaml::details {
 
-// Deeper documents are refused: no legitimate configuration nests this far,
-// and the bound keeps the reader's own stack of open containers small.
-inline constexpr std::size_t max_nesting_depth = 1000;
-
-// Nodes that aliases may copy in one read: an alias copies its anchored
-// subtree, so nested aliases grow exponentially ("billion laughs") and need a
-// fixed ceiling; 1M nodes is about 48 MiB of tree.
-inline constexpr std::size_t max_alias_nodes = std::size_t{1} << 20;
-
 // Node ids and scalar lengths are 32 bits in the tree.
 inline constexpr std::size_t max_document_bytes = 0xFFFFFFFFu;
 

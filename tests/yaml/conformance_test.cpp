@@ -3,6 +3,7 @@
 // case's event stream (and its JSON, where there is one) describes.
 #include <norvane/yaml.hpp>
 
+#include "yaml/access.hpp"
 #include "yaml/ryml_wrapper_pimpl.hpp"
 
 #include <gtest/gtest.h>
@@ -19,6 +20,7 @@
 
 namespace fs = std::filesystem;
 using namespace norvane::yaml;
+using norvane::yaml::details::access;
 
 namespace {
 
@@ -294,7 +296,7 @@ outcome run_case(const fs::path& dir, const std::string& id) {
     o.reason = "valid input refused: " + errors[0];
     return o;
   }
-  const tree& t = *doc.impl()->t;
+  const tree& t = *access::impl(doc)->t;
   const events actual = actual_events(t);
   if (actual != expected) {
     std::size_t i = 0;

@@ -2,8 +2,9 @@
 // that are not text. Each gives an error entry or a sane tree.
 #include <norvane/yaml.hpp>
 
-#include "yaml/reader.hpp"
+#include "yaml/access.hpp"
 #include "yaml/ryml_wrapper_pimpl.hpp"
+#include "yaml/tree_builder.hpp"
 
 #include <gtest/gtest.h>
 
@@ -11,6 +12,7 @@
 #include <vector>
 
 using namespace norvane::yaml;
+using norvane::yaml::details::access;
 using norvane::yaml::details::max_alias_nodes;
 using norvane::yaml::details::max_nesting_depth;
 
@@ -135,10 +137,10 @@ TEST(YamlHostileInput, HundredMegabyteScalarReadsWhole) {
   text += "\nafter: 1\n";
   const result r = read(text);
   ASSERT_TRUE(r.errors.empty()) << r.errors.front();
-  EXPECT_EQ(r.doc["big"].impl()->t->val(r.doc["big"].impl()->node.id()).size(), size);
+  EXPECT_EQ(access::impl(r.doc["big"])->t->val(access::impl(r.doc["big"])->node.id()).size(), size);
   EXPECT_EQ(r.doc["after"].as<int>(), 1);
   // The text was not duplicated: the arena holds the source once.
-  EXPECT_LT(r.doc.impl()->t->arena_size(), text.size() + 4096);
+  EXPECT_LT(access::impl(r.doc)->t->arena_size(), text.size() + 4096);
 }
 
 TEST(YamlHostileInput, BytesThatAreNotUtf8TextAreRefused) {

@@ -2,6 +2,7 @@
 // callbacks in force afterwards, and documents in the shapes users write.
 #include <norvane/yaml.hpp>
 
+#include "yaml/access.hpp"
 #include "yaml/ryml_wrapper_pimpl.hpp"
 #include "yaml/yaml_test_util.hpp"
 
@@ -21,6 +22,7 @@
 
 using namespace norvane::yaml;
 using norvane::test::read_ok;
+using norvane::yaml::details::access;
 
 namespace {
 
@@ -104,7 +106,7 @@ TEST(YamlRead, SeveralDocumentsHangUnderAStreamRoot) {
   EXPECT_EQ(many[0]["a"].as<int>(), 1);
   EXPECT_EQ(many[1].as<std::string>(), "plain");
   EXPECT_EQ(many[2][0].as<std::string>(), "x");
-  EXPECT_EQ(many.impl()->t->type(many.impl()->t->root_id()), STREAM);
+  EXPECT_EQ(access::impl(many)->t->type(access::impl(many)->t->root_id()), STREAM);
 }
 
 TEST(YamlErrorHandler, ThrowsFormattedTextAndScopesTheHandler) {

@@ -2,6 +2,7 @@
 // seeds, writing and reading values, and the typed accessors.
 #include <norvane/yaml.hpp>
 
+#include "yaml/access.hpp"
 #include "yaml/ryml_wrapper_pimpl.hpp"
 #include "yaml/yaml_test_util.hpp"
 
@@ -14,6 +15,7 @@
 
 using namespace norvane::yaml;
 using norvane::test::read_ok;
+using norvane::yaml::details::access;
 
 namespace {
 
@@ -148,7 +150,7 @@ TEST(YamlHandle, ExplicitNullReportsThroughTheTreesCallbacks) {
                           }});
   ryml_wrapper h;  // its tree keeps the recording callbacks
   set_callbacks(default_callbacks());
-  tree& t = *h.impl()->t;
+  tree& t = *access::impl(h)->t;
   t.set_val(t.root_id(), t.copy_to_arena("~"));
   t.add_flags(t.root_id(), VAL | VALNIL);
   h.parse_value();
@@ -166,7 +168,7 @@ TEST(YamlHandle, DefaultHandleAddressesTheRootOfItsOwnEmptyTree) {
   EXPECT_EQ(h.size(), 1u);
   EXPECT_FALSE(h.is_primitive());
   EXPECT_FALSE(h.is_structured());
-  EXPECT_EQ(h.impl()->value_kind, 0u);
+  EXPECT_EQ(access::impl(h)->value.kind, details::scalar_kind::none);
   EXPECT_EQ(h.key().data(), nullptr);
   EXPECT_FALSE(h[0].is_valid()) << "the root is neither a map nor a sequence";
   EXPECT_FALSE(h["a"].is_valid());
@@ -251,11 +253,11 @@ TEST(YamlHandle, CopiesAreDeepAndMovesSwap) {
   ryml_wrapper other = doc["s"];
   ryml_wrapper moved(std::move(other));
   EXPECT_EQ(moved.get<std::string>(), "text");
-  EXPECT_EQ(other.impl(), nullptr);
+  EXPECT_EQ(access::impl(other), nullptr);
   ryml_wrapper left = doc["n"];
   left = std::move(moved);
   EXPECT_EQ(left.get<std::string>(), "text");
-  ASSERT_NE(moved.impl(), nullptr) << "move assignment exchanges the two records";
+  ASSERT_NE(access::impl(moved), nullptr) << "move assignment exchanges the two records";
   EXPECT_EQ(moved.get<std::string>(), "now text");
   other = std::move(moved);  // a moved-from handle may be assigned to
   EXPECT_EQ(other.get<std::string>(), "now text");
