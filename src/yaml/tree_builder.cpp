@@ -89,8 +89,9 @@ public:
         return on_container_start(e, false, e->sequence_start.anchor, error);
       case FYET_MAPPING_END:
       case FYET_SEQUENCE_END:
-        if (stack_.back().has_merge) {
-          resolve_merges(stack_.back().node);
+        if (stack_.back().has_merge && !resolve_merges(stack_.back().node)) {
+          error = {"aliases expand to more than " + std::to_string(max_alias_nodes) + " nodes", mark_of(e)};
+          return false;
         }
         r_.nodes[stack_.back().node].type &= ~OPEN;
         stack_.pop_back();
@@ -108,6 +109,7 @@ private:
   void start_document() {
     ++documents_;
     anchors_.clear();
+    anchored_containers_.clear();
     if (documents_ == 1) {
       document_ = 0;
       return;
@@ -234,6 +236,9 @@ private:
     const char* name = token_text(anchor, FYSS_PLAIN, length);
     if (name != nullptr) {
       anchors_[std::string(name, length)] = anchor_ref{id, where};
+      if (where == slot::container) {
+        anchored_containers_.insert(id);
+      }
     }
   }
 
@@ -373,9 +378,11 @@ private:
 
   // Replaces each merge entry of `map` by the entries of the maps it names
   // whose keys the map does not have: keys written in the map win, then
-  // earlier maps over later ones. The merged entries are moved, not copied;
-  // the aliases that brought them were counted when they were expanded.
-  void resolve_merges(node_id map) {
+  // earlier maps over later ones. Entries are moved out of the copies that
+  // aliases made (counted when they were expanded); a map that an anchor
+  // names must stay whole for later aliases, so its entries are copied and
+  // counted here. False when that passes the alias limit.
+  bool resolve_merges(node_id map) {
     std::unordered_set<std::string_view> taken;
     for (node_id c = r_.nodes[map].first_child; c != none; c = r_.nodes[c].next_sibling) {
       if ((r_.nodes[c].type & MERGE) == 0) {
@@ -384,6 +391,8 @@ private:
     }
     std::vector<node_id> order;
     std::vector<node_id> sources;
+    // Copies hang here until relinked, out of every list being walked.
+    const node_id scratch = r_.nodes.push(empty_node(map));
     for (node_id c = r_.nodes[map].first_child; c != none; c = r_.nodes[c].next_sibling) {
       sources.clear();
       if ((r_.nodes[c].type & MERGE) == 0 || !merge_sources(c, sources)) {
@@ -392,14 +401,35 @@ private:
         continue;
       }
       for (node_id source : sources) {
+        const bool keep_whole = anchored_containers_.count(source) != 0;
         for (node_id m = r_.nodes[source].first_child; m != none; m = r_.nodes[m].next_sibling) {
-          if (taken.insert(key_of(m)).second) {
-            order.push_back(m);
+          if (!taken.insert(key_of(m)).second) {
+            continue;
           }
+          if (!keep_whole) {
+            order.push_back(m);
+            continue;
+          }
+          if (++alias_nodes_ > max_alias_nodes) {
+            return false;
+          }
+          const node_id copy = append(scratch);
+          const node_data& original = r_.nodes[m];
+          node_data& n = r_.nodes[copy];
+          n.key_ptr = original.key_ptr;
+          n.key_len = original.key_len;
+          n.val_ptr = original.val_ptr;
+          n.val_len = original.val_len;
+          n.type = original.type;
+          if (original.first_child != none && !copy_subtree(m, copy)) {
+            return false;
+          }
+          order.push_back(copy);
         }
       }
     }
     relink(map, order);
+    return true;
   }
 
   std::string_view key_of(node_id id) const noexcept {
@@ -432,6 +462,7 @@ private:
   std::vector<frame> stack_;
   std::vector<std::pair<node_id, node_id>> work_;
   std::unordered_map<std::string, anchor_ref> anchors_;
+  std::unordered_set<node_id> anchored_containers_;
   std::size_t documents_ = 0;
   node_id document_ = 0;
   std::size_t alias_nodes_ = 0;

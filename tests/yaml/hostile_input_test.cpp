@@ -143,19 +143,11 @@ TEST(YamlHostileInput, HundredMegabyteScalarReadsWhole) {
   EXPECT_LT(access::impl(r.doc)->t->arena_size(), text.size() + 4096);
 }
 
+// Which byte sequences are refused is the UTF-8 check's own test; here, how
+// the reader reports them.
 TEST(YamlHostileInput, BytesThatAreNotUtf8TextAreRefused) {
   EXPECT_EQ(read(std::string("a: b\0c\n", 7)).errors.at(0), "file:1:5 (4B): NUL byte in the document");
-  EXPECT_EQ(read(std::string("\0", 1)).errors.at(0), "file:1:1 (0B): NUL byte in the document");
-  EXPECT_EQ(read("a: \xff\n").errors.at(0), "file:1:4 (3B): invalid UTF-8 sequence");
-  EXPECT_EQ(read("ok: 1\nb: x\xc0\x80\n").errors.at(0), "file:2:5 (10B): invalid UTF-8 sequence")
-      << "overlong encoding";
-  EXPECT_EQ(read("a: \xed\xa0\x80\n").errors.size(), 1u) << "UTF-16 surrogate";
-  EXPECT_EQ(read("a: \xf4\x90\x80\x80\n").errors.size(), 1u) << "above U+10FFFF";
-  EXPECT_EQ(read("a: \xe2\x82").errors.size(), 1u) << "cut short at the end";
-  EXPECT_EQ(read("a: \x80\n").errors.size(), 1u) << "a lone continuation byte";
-  // A long ASCII run before the fault checks the eight-byte fast path.
-  EXPECT_EQ(read("a: abcdefghijklmnopqrstuvwxyz\x01\x02\x03\x04\x05\x06\x07\x08\xfe\n").errors.at(0),
-            "file:1:38 (37B): invalid UTF-8 sequence");
+  EXPECT_EQ(read("ok: é\nb: x\xc0\x80\n").errors.at(0), "file:2:5 (11B): invalid UTF-8 sequence");
   const result ok = read("a: €𝄞ü\n");
   EXPECT_TRUE(ok.errors.empty());
   EXPECT_EQ(ok.doc["a"].as<std::string>(), "€𝄞ü");

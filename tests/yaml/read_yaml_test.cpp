@@ -388,6 +388,8 @@ TEST(YamlRead, MergeKeysMergeNamedMapsAndLocalKeysWin) {
       {"n: &n {<<: *a, w: 5}\nm: {<<: *n, x: 9}\n", "m", "y=2;w=5;x=9;"},
       {"m: {\"<<\": *a}\n", "m", "<<=;"},
       {"m: {<<: plain}\n", "m", "<<=plain;"},
+      {"m: {<<: &inline {p: {q: r}}}\nn: *inline\n", "n", "p=;"},
+      {"m: {<<: &inline {p: q}}\nn: *inline\n", "m", "p=q;"},
   };
   for (const row& r : rows) {
     const ryml_wrapper doc = read_ok(std::string(bases) + r.text);
