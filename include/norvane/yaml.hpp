@@ -4,38 +4,22 @@
 // that carry the position of the fault.
 #pragma once
 
+#include <norvane/detail/yaml_tree.hpp>
 #include <norvane/export.hpp>
 
 #include <atomic>
 #include <concepts>
 #include <cstddef>
-#include <cstdint>
-#include <limits>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace norvane::yaml {
-
-// "No node": the id of a missing parent, child or sibling, and an unset seed index.
-inline constexpr std::size_t npos = static_cast<std::size_t>(-1);
-
-// Node type bits. A map entry is one node carrying both KEY and VAL (or KEY
-// and MAP/SEQ); several documents hang as DOC children of a STREAM root.
-using node_type = std::uint32_t;
-inline constexpr node_type NOTYPE = 0;
-inline constexpr node_type KEY = 1;
-inline constexpr node_type VAL = 2;
-inline constexpr node_type MAP = 4;
-inline constexpr node_type SEQ = 8;
-inline constexpr node_type DOC = 16;
-inline constexpr node_type STREAM = 32 | SEQ;
-inline constexpr node_type KEYQUO = 0x0400;  // the key was quoted or a block scalar in the source
-inline constexpr node_type VALQUO = 0x0800;  // the value was quoted or a block scalar in the source
-inline constexpr node_type KEYNIL = 0x1000;
-inline constexpr node_type VALNIL = 0x2000;  // the value is an explicit null: empty, ~, null, Null, NULL
 
 // Where a parse error was found. Line and column count from 1; the name
 // is the source name given to the parser ("file" for read_yaml).
@@ -64,109 +48,12 @@ NORVANE_API callbacks default_callbacks();
 NORVANE_API void set_callbacks(const callbacks& cb);
 NORVANE_API callbacks get_callbacks();
 
-// A YAML document as a pool of nodes addressed by id (the root is id 0) and
-// an arena that owns every scalar's text. Scalars are views: a null data
-// pointer means the scalar is absent (a key-less node, a null value).
-// Copying a tree copies its nodes and text.
-class NORVANE_API tree {
-public:
-  struct record;
+class element;
 
-  // An empty tree holding only its root (no type bits). Errors raised on
-  // this tree later go through the callbacks installed now.
-  tree();
-  explicit tree(const callbacks& cb);
-  tree(const tree& other);
-  tree& operator=(const tree& other);
-  tree(tree&& other) noexcept;
-  tree& operator=(tree&& other) noexcept;
-  ~tree();
-
-  // Back to a lone root without type bits; the arena is released.
-  void clear();
-
-  std::size_t root_id() const noexcept { return 0; }
-  std::size_t size() const noexcept;        // number of nodes, root included
-  std::size_t arena_size() const noexcept;  // bytes of text owned
-  const callbacks& get_callbacks() const noexcept;
-
-  node_type type(std::size_t id) const noexcept;
-  bool has_any(std::size_t id, node_type bits) const noexcept { return (type(id) & bits) != 0; }
-  std::string_view key(std::size_t id) const noexcept;
-  std::string_view val(std::size_t id) const noexcept;
-
-  std::size_t parent(std::size_t id) const noexcept;
-  std::size_t first_child(std::size_t id) const noexcept;
-  std::size_t last_child(std::size_t id) const noexcept;
-  std::size_t next_sibling(std::size_t id) const noexcept;
-  std::size_t num_children(std::size_t id) const noexcept;
-  // The child at `pos`, or npos; walks the siblings.
-  std::size_t child(std::size_t id, std::size_t pos) const noexcept;
-  // The first child whose key equals `key`, or npos.
-  std::size_t find_child(std::size_t id, std::string_view key) const noexcept;
-
-  // Appends a new child without type bits and returns its id. Ids stay
-  // valid; references into the pool do not.
-  std::size_t append_child(std::size_t parent);
-  // Scalars are stored as given: pass views into the arena (or text that
-  // outlives the tree). A null data pointer stores an absent scalar.
-  void set_key(std::size_t id, std::string_view key);
-  void set_val(std::size_t id, std::string_view val);
-  void add_flags(std::size_t id, node_type bits) noexcept;
-  void set_flags(std::size_t id, node_type bits) noexcept;
-
-  // Copies `text` into the arena; the view stays valid for the tree's life.
-  std::string_view copy_to_arena(std::string_view text);
-  // Reserves `length` bytes of the arena for the caller to fill.
-  char* alloc_arena(std::size_t length);
-
-  record& rec() noexcept { return *d_; }
-  const record& rec() const noexcept { return *d_; }
-
-private:
-  record* d_;
-};
-
-// A reference to a node of a tree, or to a child that does not exist yet
-// (a "seed": a key or a child index under the node `id`). Writing through
-// a seed creates that child.
-class NORVANE_API node_ref {
-public:
-  node_ref() = default;
-  node_ref(tree* t, std::size_t id) noexcept : tree_(t), id_(id) {}
-  node_ref(tree* t, std::size_t id, std::string_view seed_key) noexcept
-      : tree_(t), id_(id), seed_key_(seed_key) {}
-  node_ref(tree* t, std::size_t id, std::size_t seed_index) noexcept
-      : tree_(t), id_(id), seed_index_(seed_index) {}
-
-  tree* get_tree() const noexcept { return tree_; }
-  std::size_t id() const noexcept { return id_; }
-  std::string_view seed_key() const noexcept { return seed_key_; }
-  std::size_t seed_index() const noexcept { return seed_index_; }
-
-  bool is_seed() const noexcept { return seed_key_.data() != nullptr || seed_index_ != npos; }
-  // True when this addresses an existing node rather than a seed or nothing.
-  bool readable() const noexcept { return tree_ != nullptr && id_ != npos && !is_seed(); }
-
-  // Creates the seeded child (a key seed gets the seed view as its key) and
-  // addresses it; nothing for a reference that is not a seed.
-  void apply_seed();
-
-private:
-  tree* tree_ = nullptr;
-  std::size_t id_ = npos;
-  std::string_view seed_key_;
-  std::size_t seed_index_ = npos;
-};
-
-// A reference-counted handle on one node of a tree. Handles taken from one
-// another share the tree and one counter; the last one frees the tree. The
-// scalar is classified once, when the handle binds its node (integer,
-// float, boolean or string), so queries are cheap; writing through a handle
-// does not reclassify it, a fresh handle does.
 class NORVANE_API ryml_wrapper {
 public:
   struct pimpl;
+  class iterator;
 
   // A new empty tree of its own, addressing its root.
   ryml_wrapper();
@@ -200,6 +87,9 @@ public:
   bool is_structured() const;
   // True for a value that is neither absent nor an explicit null ("~").
   bool has_value() const;
+  // True when the value was quoted or a block scalar in the source: text
+  // that only looks like a number or a boolean ("8080" in quotes).
+  bool is_quoted() const;
 
   // Children of a map, sequence or stream; 1 for a scalar; 0 for a null
   // value or an invalid handle.
@@ -246,6 +136,14 @@ public:
   // Classifies the node's scalar again.
   void parse_value();
 
+  // Walks the children of a map, sequence or stream in order, each as a
+  // handle sharing the tree as operator[] does; a scalar walks itself once
+  // and a null value nothing, so the walk always has size() steps:
+  //   for (const auto& [key, value] : doc["env"]) ...   // a map
+  //   for (const auto& item : doc["ports"]) ...         // a sequence
+  iterator begin() const;
+  iterator end() const;
+
   // Typed reads: a missing node, a null value or a value of another kind
   // gives an empty optional. Integers that do not fit T are absent too.
   template <typename T>
@@ -277,59 +175,62 @@ public:
     return *this;
   }
 
-  pimpl* impl() const noexcept { return d_; }
-
 private:
+  friend struct details::access;
   pimpl* d_;
 };
 
-template <typename T>
-std::optional<T> ryml_wrapper::get() const {
-  if constexpr (std::is_same_v<T, bool>) {
-    if (!is_boolean()) {
-      return std::nullopt;
-    }
-    bool b = false;
-    extract_primitive_impl(b);
-    return b;
-  } else if constexpr (std::is_integral_v<T>) {
-    if (!is_number()) {
-      return std::nullopt;
-    }
-    long long v = 0;
-    extract_primitive_impl(v);
-    if constexpr (std::is_unsigned_v<T>) {
-      if (v < 0 || static_cast<unsigned long long>(v) > std::numeric_limits<T>::max()) {
-        return std::nullopt;
-      }
+// One step of a walk: the child's handle, which also splits into its key
+// (empty for a sequence item) and itself: `auto [key, value] = element`.
+class element : public ryml_wrapper {
+public:
+  explicit element(ryml_wrapper&& handle) noexcept : ryml_wrapper(std::move(handle)) {}
+
+  template <std::size_t I>
+  decltype(auto) get() const& {
+    if constexpr (I == 0) {
+      return key();
     } else {
-      if (v < std::numeric_limits<T>::min() || v > std::numeric_limits<T>::max()) {
-        return std::nullopt;
-      }
+      return static_cast<const ryml_wrapper&>(*this);
     }
-    return static_cast<T>(v);
-  } else if constexpr (std::is_floating_point_v<T>) {
-    if (!is_number()) {
-      return std::nullopt;
-    }
-    double v = 0;
-    extract_primitive_impl(v);
-    return static_cast<T>(v);
-  } else if constexpr (std::is_same_v<T, std::string>) {
-    if (!has_value()) {
-      return std::nullopt;
-    }
-    std::string s;
-    extract_primitive_impl(s);
-    return s;
-  } else {
-    static_assert(std::is_same_v<T, ryml_wrapper>, "get<T>: T is bool, an arithmetic type or std::string");
-    if (!is_valid()) {
-      return std::nullopt;
-    }
-    return *this;
   }
-}
+  template <std::size_t I>
+  decltype(auto) get() && {
+    if constexpr (I == 0) {
+      return key();
+    } else {
+      return static_cast<ryml_wrapper&&>(*this);
+    }
+  }
+};
+
+class NORVANE_API ryml_wrapper::iterator {
+public:
+  using iterator_category = std::input_iterator_tag;
+  using value_type = element;
+  using difference_type = std::ptrdiff_t;
+  using pointer = void;
+  using reference = element;
+
+  iterator() = default;
+  iterator(tree* t, std::atomic<long>* count, std::size_t id, bool siblings) noexcept
+      : tree_(t), count_(count), id_(id), siblings_(siblings) {}
+
+  element operator*() const;
+  iterator& operator++() noexcept;
+  iterator operator++(int) noexcept {
+    iterator before = *this;
+    ++*this;
+    return before;
+  }
+  bool operator==(const iterator& other) const noexcept { return id_ == other.id_ && tree_ == other.tree_; }
+
+private:
+  tree* tree_ = nullptr;
+  std::atomic<long>* count_ = nullptr;
+  std::size_t id_ = npos;
+  bool siblings_ = false;
+};
 
 // Turns the library's error reports into exceptions while installed.
 class NORVANE_API ErrorHandler {
@@ -362,4 +263,29 @@ private:
 // stay. The library's default callbacks are in force afterwards.
 NORVANE_API ryml_wrapper read_yaml(std::string_view text, std::vector<std::string>& errors);
 
+struct read_options {
+  // `<<: *base` and `<<: [*a, *b]` merge the named maps into the map that
+  // holds them, keys written in that map winning, then earlier maps over
+  // later ones. Not part of YAML 1.2's core schema, but compose files and
+  // CI pipelines rely on it. Merged entries count against the reader's
+  // alias-expansion limit.
+  bool merge_keys = true;
+};
+NORVANE_API ryml_wrapper read_yaml(std::string_view text, std::vector<std::string>& errors,
+                                   const read_options& options);
+
 }  // namespace norvane::yaml
+
+#include <norvane/detail/yaml_get.hpp>
+
+// `auto [key, value] = element`: the key and the child's handle.
+template <>
+struct std::tuple_size<norvane::yaml::element> : std::integral_constant<std::size_t, 2> {};
+template <>
+struct std::tuple_element<0, norvane::yaml::element> {
+  using type = std::string_view;
+};
+template <>
+struct std::tuple_element<1, norvane::yaml::element> {
+  using type = norvane::yaml::ryml_wrapper;
+};

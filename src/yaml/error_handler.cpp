@@ -13,9 +13,14 @@ namespace norvane::yaml {
 
 namespace {
 
+// "NAME:LINE:COL (OFFSETB): message", the one layout of every YAML error.
+std::string located_message(const char* message, std::size_t length, const location& loc) {
+  return fmt::format("{}:{}:{} ({}B): {}", loc.name, loc.line, loc.col, loc.offset,
+                     std::string_view(message != nullptr ? message : "", message != nullptr ? length : 0));
+}
+
 void default_error(const char* message, std::size_t length, location loc, void* /*user_data*/) {
-  const std::string text = fmt::format("{}:{}:{} ({}B): {}", loc.name, loc.line, loc.col, loc.offset,
-                                       std::string_view(message != nullptr ? message : "", length));
+  const std::string text = located_message(message, length, loc);
   std::fprintf(stderr, "%s\n", text.c_str());
   std::abort();
 }
@@ -36,8 +41,7 @@ void set_callbacks(const callbacks& cb) { installed() = cb.error != nullptr ? cb
 callbacks get_callbacks() { return installed(); }
 
 void ErrorHandler::on_error(const char* message, std::size_t length, location loc) {
-  throw std::runtime_error(fmt::format("{}:{}:{} ({}B): {}", loc.name, loc.line, loc.col, loc.offset,
-                                       std::string_view(message, length)));
+  throw std::runtime_error(located_message(message, length, loc));
 }
 
 void ErrorHandler::s_error(const char* message, std::size_t length, location loc, void* /*user_data*/) {

@@ -1,17 +1,18 @@
-// The reader: libfyaml produces events, a builder with an explicit stack
-// of open containers turns them into tree nodes. Nothing here recurses, so
-// deep documents cannot overflow the call stack.
+// The reader: drives libfyaml over the text, feeds its events to the tree
+// builder, and turns libfyaml's collected diagnostics into one error with
+// its position.
 #include "yaml/reader.hpp"
 
-#include "yaml/tree_record.hpp"
+#include "util/utf8.hpp"
+#include "yaml/access.hpp"
+#include "yaml/text_position.hpp"
+#include "yaml/tree_builder.hpp"
 
 #include <libfyaml.h>
 
 #include <cstring>
 #include <new>
 #include <string>
-#include <unordered_map>
-#include <vector>
 
 namespace norvane::yaml::details {
 
@@ -46,435 +47,13 @@ private:
   fy_event* event_ = nullptr;
 };
 
-// The position of a byte offset, for faults found outside libfyaml.
-location locate(std::string_view source_name, std::string_view text, std::size_t offset) {
-  location loc{source_name, offset, 1, 1};
-  const std::size_t end = offset < text.size() ? offset : text.size();
-  for (std::size_t i = 0; i < end; ++i) {
-    if (text[i] == '\n') {
-      ++loc.line;
-      loc.col = 1;
-    } else if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80) {
-      ++loc.col;
-    }
-  }
-  return loc;
-}
-
-// The byte offset of a line and column counted from 1 (columns in characters).
-std::size_t offset_of(std::string_view text, std::size_t line, std::size_t col) {
-  std::size_t i = 0;
-  for (std::size_t l = 1; l < line && i < text.size(); ++i) {
-    if (text[i] == '\n') {
-      ++l;
-    }
-  }
-  for (std::size_t c = 1; c < col && i < text.size(); ++i) {
-    if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80) {
-      ++c;
-    }
-    while (i + 1 < text.size() && (static_cast<unsigned char>(text[i + 1]) & 0xC0) == 0x80) {
-      ++i;
-    }
-  }
-  return i;
-}
-
-struct text_fault {
-  std::size_t offset;
-  const char* message;
-};
-
-// libfyaml stops silently at a NUL byte and passes invalid UTF-8 through;
-// both are refused before parsing. Eight ASCII bytes are checked at a time.
-bool find_text_fault(std::string_view text, text_fault& fault) {
-  const auto* s = reinterpret_cast<const unsigned char*>(text.data());
-  const std::size_t n = text.size();
-  std::size_t i = 0;
-  constexpr std::uint64_t high = 0x8080808080808080ull;
-  constexpr std::uint64_t ones = 0x0101010101010101ull;
-  while (i < n) {
-    if (i + 8 <= n) {
-      std::uint64_t w;
-      std::memcpy(&w, s + i, 8);
-      if ((w & high) == 0 && ((w - ones) & ~w & high) == 0) {
-        i += 8;
-        continue;
-      }
-    }
-    const unsigned char c = s[i];
-    if (c == 0) {
-      fault = {i, "NUL byte in the document"};
-      return true;
-    }
-    if (c < 0x80) {
-      ++i;
-      continue;
-    }
-    std::size_t extra = 0;
-    std::uint32_t cp = 0;
-    if (c >= 0xC2 && c <= 0xDF) {
-      extra = 1;
-      cp = c & 0x1F;
-    } else if (c >= 0xE0 && c <= 0xEF) {
-      extra = 2;
-      cp = c & 0x0F;
-    } else if (c >= 0xF0 && c <= 0xF4) {
-      extra = 3;
-      cp = c & 0x07;
-    } else {
-      fault = {i, "invalid UTF-8 sequence"};
-      return true;
-    }
-    if (extra >= n - i) {
-      fault = {i, "invalid UTF-8 sequence"};
-      return true;
-    }
-    for (std::size_t k = 1; k <= extra; ++k) {
-      if ((s[i + k] & 0xC0) != 0x80) {
-        fault = {i, "invalid UTF-8 sequence"};
-        return true;
-      }
-      cp = (cp << 6) | (s[i + k] & 0x3F);
-    }
-    const bool overlong = (extra == 2 && cp < 0x800) || (extra == 3 && cp < 0x10000);
-    const bool surrogate = cp >= 0xD800 && cp <= 0xDFFF;
-    if (overlong || surrogate || cp > 0x10FFFF) {
-      fault = {i, "invalid UTF-8 sequence"};
-      return true;
-    }
-    i += extra + 1;
-  }
-  return false;
-}
-
-bool is_null_word(std::string_view s) noexcept {
-  return s.empty() || s == "~" || s == "null" || s == "Null" || s == "NULL";
-}
-
-enum class slot : unsigned char { key, value, container };
-
-struct anchor_ref {
-  node_id id;
-  slot where;
-};
-
-struct frame {
-  node_id node;
-  bool is_map;
-  bool expecting_key;
-  node_id pending;  // the map entry whose value comes next
-};
-
-struct target {
-  node_id id;
-  slot where;
-};
-
-// A fault found by the builder; libfyaml's own come from its diagnostics.
-struct build_error {
-  std::string message;
-  fy_mark mark{0, 0, 0};
-};
-
-fy_mark mark_of(fy_event* e) noexcept {
-  const fy_mark* m = fy_event_start_mark(e);
-  return m != nullptr ? *m : fy_mark{0, 0, 0};
-}
-
-class builder {
-public:
-  builder(tree::record& rec, const char* text, std::size_t length) noexcept
-      : r_(rec), text_begin_(text), text_end_(text + length) {}
-
-  // False with `error` set when the event breaks one of the reader's rules.
-  bool on_event(fy_event* e, build_error& error) {
-    switch (e->type) {
-      case FYET_DOCUMENT_START:
-        start_document();
-        return true;
-      case FYET_SCALAR:
-        return on_scalar(e, error);
-      case FYET_MAPPING_START:
-        return on_container_start(e, true, e->mapping_start.anchor, error);
-      case FYET_SEQUENCE_START:
-        return on_container_start(e, false, e->sequence_start.anchor, error);
-      case FYET_MAPPING_END:
-      case FYET_SEQUENCE_END:
-        r_.nodes[stack_.back().node].type &= ~OPEN;
-        stack_.pop_back();
-        return true;
-      case FYET_ALIAS:
-        return on_alias(e, error);
-      default:
-        return true;
-    }
-  }
-
-private:
-  node_id append(node_id parent) {
-    const node_id c = r_.nodes.push(empty_node(parent));
-    node_data& p = r_.nodes[parent];
-    if (p.last_child == none) {
-      p.first_child = c;
-    } else {
-      r_.nodes[p.last_child].next_sibling = c;
-    }
-    p.last_child = c;
-    ++p.num_children;
-    return c;
-  }
-
-  void start_document() {
-    ++documents_;
-    anchors_.clear();
-    if (documents_ == 1) {
-      document_ = 0;
-      return;
-    }
-    if (documents_ == 2) {
-      // A second document turns the root into a stream whose first child
-      // takes over what the root held.
-      node_data first = r_.nodes[0];
-      first.parent = 0;
-      first.type |= DOC;
-      const node_id moved = r_.nodes.push(first);
-      for (node_id c = first.first_child; c != none; c = r_.nodes[c].next_sibling) {
-        r_.nodes[c].parent = moved;
-      }
-      node_data& root = r_.nodes[0];
-      root = empty_node(none);
-      root.type = STREAM;
-      root.first_child = root.last_child = moved;
-      root.num_children = 1;
-    }
-    document_ = append(0);
-    r_.nodes[document_].type = DOC;
-  }
-
-  target next_target() {
-    if (stack_.empty()) {
-      return {document_, slot::value};
-    }
-    frame& f = stack_.back();
-    if (!f.is_map) {
-      return {append(f.node), slot::value};
-    }
-    if (f.expecting_key) {
-      f.expecting_key = false;
-      f.pending = append(f.node);
-      return {f.pending, slot::key};
-    }
-    f.expecting_key = true;
-    return {f.pending, slot::value};
-  }
-
-  // One-line scalars without escapes are their source bytes: those are
-  // viewed in place (the source is in the arena) without asking libfyaml
-  // for the text, which would allocate a copy of most values.
-  static bool needs_rewrite(std::string_view range, fy_scalar_style style, bool& has_quote) noexcept {
-    has_quote = false;
-    for (char c : range) {
-      if (c == '\n' || c == '\r' || (c == '\\' && style == FYSS_DOUBLE_QUOTED)) {
-        return true;
-      }
-      has_quote |= c == '\'' && style == FYSS_SINGLE_QUOTED;
-    }
-    return false;
-  }
-
-  // A one-line single-quoted scalar only escapes its quotes by doubling
-  // them. Done here: libfyaml 0.7.12 loses a buffer on some of these.
-  std::string_view unquote_single(std::string_view range) {
-    char* out = r_.arena.alloc(range.size());
-    std::size_t n = 0;
-    for (std::size_t i = 0; i < range.size(); ++i) {
-      out[n++] = range[i];
-      if (range[i] == '\'' && i + 1 < range.size() && range[i + 1] == '\'') {
-        ++i;
-      }
-    }
-    return {out, n};
-  }
-
-  std::string_view scalar_text(fy_token* token, fy_scalar_style style) {
-    const bool plain = style == FYSS_PLAIN;
-    if (style == FYSS_PLAIN || style == FYSS_SINGLE_QUOTED || style == FYSS_DOUBLE_QUOTED) {
-      const fy_mark* start = fy_token_start_mark(token);
-      const fy_mark* end = fy_token_end_mark(token);
-      const auto size = static_cast<std::size_t>(text_end_ - text_begin_);
-      if (start != nullptr && end != nullptr && start->input_pos <= end->input_pos &&
-          end->input_pos <= size) {
-        const std::string_view range(text_begin_ + start->input_pos, end->input_pos - start->input_pos);
-        bool has_quote = false;
-        if (!needs_rewrite(range, style, has_quote)) {
-          if (range.empty()) {
-            return plain ? std::string_view() : std::string_view(empty_text, 0);
-          }
-          return has_quote ? unquote_single(range) : range;
-        }
-      }
-    }
-    std::size_t length = 0;
-    const char* p = fy_token_get_text(token, &length);
-    if (p == nullptr) {
-      throw std::bad_alloc();
-    }
-    if (length == 0) {
-      return plain ? std::string_view() : std::string_view(empty_text, 0);
-    }
-    if (p >= text_begin_ && p + length <= text_end_) {
-      return {p, length};
-    }
-    char* copy = r_.arena.alloc(length);
-    std::memcpy(copy, p, length);
-    return {copy, length};
-  }
-
-  static std::uint32_t length_of(std::string_view s) { return static_cast<std::uint32_t>(s.size()); }
-
-  void set_scalar(const target& t, std::string_view text, bool quoted, bool null) {
-    node_data& n = r_.nodes[t.id];
-    if (t.where == slot::key) {
-      n.key_ptr = text.data();
-      n.key_len = length_of(text);
-      n.type |= KEY | (quoted ? KEYQUO : 0) | (null ? KEYNIL : 0);
-    } else {
-      n.val_ptr = text.data();
-      n.val_len = length_of(text);
-      n.type |= VAL | (quoted ? VALQUO : 0) | (null ? VALNIL : 0);
-    }
-  }
-
-  void remember_anchor(fy_token* anchor, node_id id, slot where) {
-    if (anchor == nullptr) {
-      return;
-    }
-    std::size_t length = 0;
-    const char* name = fy_token_get_text(anchor, &length);
-    if (name != nullptr) {
-      anchors_[std::string(name, length)] = anchor_ref{id, where};
-    }
-  }
-
-  bool on_scalar(fy_event* e, build_error& /*error*/) {
-    const fy_scalar_style style = fy_token_scalar_style(e->scalar.value);
-    const bool plain = style == FYSS_PLAIN;
-    const std::string_view text = scalar_text(e->scalar.value, style);
-    const bool null = plain && e->scalar.tag == nullptr && is_null_word(text);
-    const target t = next_target();
-    set_scalar(t, text, !plain, null);
-    remember_anchor(e->scalar.anchor, t.id, t.where);
-    return true;
-  }
-
-  bool on_container_start(fy_event* e, bool is_map, fy_token* anchor, build_error& error) {
-    const target t = next_target();
-    if (t.where == slot::key) {
-      error = {"maps and sequences as keys are not supported", mark_of(e)};
-      return false;
-    }
-    if (stack_.size() >= max_nesting_depth) {
-      error = {"nesting deeper than " + std::to_string(max_nesting_depth) + " levels", mark_of(e)};
-      return false;
-    }
-    r_.nodes[t.id].type |= (is_map ? MAP : SEQ) | OPEN;
-    stack_.push_back(frame{t.id, is_map, true, none});
-    remember_anchor(anchor, t.id, slot::container);
-    return true;
-  }
-
-  bool on_alias(fy_event* e, build_error& error) {
-    std::size_t length = 0;
-    const char* name = fy_token_get_text(e->alias.anchor, &length);
-    const std::string anchor_name(name != nullptr ? name : "", name != nullptr ? length : 0);
-    const auto found = anchors_.find(anchor_name);
-    if (found == anchors_.end()) {
-      error = {"unknown anchor '" + anchor_name + "'", alias_mark(e)};
-      return false;
-    }
-    const anchor_ref a = found->second;
-    const target t = next_target();
-    if (a.where != slot::container) {
-      const node_data& src = r_.nodes[a.id];
-      if (a.where == slot::key) {
-        set_scalar(t, {src.key_ptr, src.key_len}, (src.type & KEYQUO) != 0, (src.type & KEYNIL) != 0);
-      } else {
-        set_scalar(t, {src.val_ptr, src.val_len}, (src.type & VALQUO) != 0, (src.type & VALNIL) != 0);
-      }
-      return true;
-    }
-    if (t.where == slot::key) {
-      error = {"maps and sequences as keys are not supported", mark_of(e)};
-      return false;
-    }
-    if ((r_.nodes[a.id].type & OPEN) != 0) {
-      error = {"alias '" + anchor_name + "' refers to a node that contains it", alias_mark(e)};
-      return false;
-    }
-    if (!copy_subtree(a.id, t.id)) {
-      error = {"aliases expand to more than " + std::to_string(max_alias_nodes) + " nodes", mark_of(e)};
-      return false;
-    }
-    return true;
-  }
-
-  // libfyaml marks an alias at its name; the fault is reported at its '*'.
-  fy_mark alias_mark(fy_event* e) const noexcept {
-    fy_mark m = mark_of(e);
-    if (m.input_pos > 0 && m.column > 0 && text_begin_[m.input_pos - 1] == '*') {
-      --m.input_pos;
-      --m.column;
-    }
-    return m;
-  }
-
-  // Copies the children of `src` under `dst` with a work list; the anchored
-  // subtree is complete, so `dst` never lies inside it.
-  bool copy_subtree(node_id src, node_id dst) {
-    r_.nodes[dst].type |= r_.nodes[src].type & (MAP | SEQ);
-    work_.clear();
-    work_.emplace_back(src, dst);
-    while (!work_.empty()) {
-      const auto [from, to] = work_.back();
-      work_.pop_back();
-      for (node_id c = r_.nodes[from].first_child; c != none; c = r_.nodes[c].next_sibling) {
-        if (++alias_nodes_ > max_alias_nodes) {
-          return false;
-        }
-        const node_id copy = append(to);
-        const node_data& original = r_.nodes[c];
-        node_data& n = r_.nodes[copy];
-        n.key_ptr = original.key_ptr;
-        n.key_len = original.key_len;
-        n.val_ptr = original.val_ptr;
-        n.val_len = original.val_len;
-        n.type = original.type;
-        if (original.first_child != none) {
-          work_.emplace_back(c, copy);
-        }
-      }
-    }
-    return true;
-  }
-
-  tree::record& r_;
-  const char* text_begin_;
-  const char* text_end_;
-  std::vector<frame> stack_;
-  std::vector<std::pair<node_id, node_id>> work_;
-  std::unordered_map<std::string, anchor_ref> anchors_;
-  std::size_t documents_ = 0;
-  node_id document_ = 0;
-  std::size_t alias_nodes_ = 0;
-};
-
 void discard_diagnostic(fy_diag* /*diag*/, void* /*user*/, const char* /*buf*/, std::size_t /*len*/) {}
 
 }  // namespace
 
-bool read_into(tree& t, std::string_view source_name, std::string_view text, const callbacks& cb) {
-  tree::record& rec = t.rec();
+bool read_into(tree& t, std::string_view source_name, std::string_view text, const callbacks& cb,
+               bool merge_keys) {
+  tree::record& rec = access::rec(t);
   rec.reset_to_root();
 
   auto fail_at = [&](std::string_view message, const location& loc) {
@@ -484,9 +63,12 @@ bool read_into(tree& t, std::string_view source_name, std::string_view text, con
   if (text.size() > max_document_bytes) {
     return fail_at("document larger than 4 GiB", location{source_name, 0, 1, 1});
   }
-  text_fault fault{};
-  if (find_text_fault(text, fault)) {
-    return fail_at(fault.message, locate(source_name, text, fault.offset));
+  // libfyaml stops silently at a NUL byte and passes invalid UTF-8 through.
+  if (const norvane::details::utf8_fault fault = norvane::details::find_utf8_fault(text);
+      fault.kind != norvane::details::utf8_fault_kind::none) {
+    const bool nul = fault.kind == norvane::details::utf8_fault_kind::nul_byte;
+    return fail_at(nul ? "NUL byte in the document" : "invalid UTF-8 sequence",
+                   locate(source_name, text, fault.offset));
   }
 
   char* source = rec.arena.alloc_exact(text.size());
@@ -515,7 +97,7 @@ bool read_into(tree& t, std::string_view source_name, std::string_view text, con
     throw std::bad_alloc();
   }
 
-  builder build(rec, copy.data(), copy.size());
+  tree_builder build(rec, copy, merge_keys);
   event_holder event(parser.get());
   build_error error;
   for (;;) {
@@ -542,8 +124,9 @@ bool read_into(tree& t, std::string_view source_name, std::string_view text, con
     }
   }
   if (first == nullptr) {
-    return fail_at("invalid YAML", locate(source_name, copy, copy.size()));
+    return fail_at("invalid YAML", within(source_name, copy, locate(source_name, copy, copy.size())));
   }
+  std::string message = first->msg != nullptr ? first->msg : "invalid YAML";
   location loc{source_name, 0, static_cast<std::size_t>(first->line > 0 ? first->line : 1),
                static_cast<std::size_t>(first->column > 0 ? first->column : 1)};
   if (first->fyt != nullptr) {
@@ -553,8 +136,17 @@ bool read_into(tree& t, std::string_view source_name, std::string_view text, con
   } else {
     loc.offset = offset_of(copy, loc.line, loc.col);
   }
-  const std::string message = first->msg != nullptr ? first->msg : "invalid YAML";
-  return fail_at(message, loc);
+  // A fault found where only blanks remain, inside an open flow collection,
+  // is that collection's missing closing bracket (libfyaml sometimes calls
+  // it a missing comma): the user must look at the opening one.
+  bool is_map = false;
+  const fy_mark* open = build.open_flow(is_map);
+  if (open != nullptr && copy.find_first_not_of(" \t\r\n", loc.offset) == std::string_view::npos) {
+    message = is_map ? "flow mapping without a closing brace" : "flow sequence without a closing bracket";
+    loc = location{source_name, open->input_pos, static_cast<std::size_t>(open->line) + 1,
+                   static_cast<std::size_t>(open->column) + 1};
+  }
+  return fail_at(message, within(source_name, copy, loc));
 }
 
 }  // namespace norvane::yaml::details

@@ -2,7 +2,6 @@
 // queries, indexing, and reading and writing primitive values.
 #include "yaml/ryml_wrapper_pimpl.hpp"
 
-#include "yaml/scalar_kind.hpp"
 #include "yaml/tree_record.hpp"
 
 #include <charconv>
@@ -13,11 +12,7 @@ namespace norvane::yaml {
 
 namespace {
 
-constexpr std::uint32_t kind_none = 0;
-constexpr std::uint32_t kind_bool = 1;
-constexpr std::uint32_t kind_int = 2;
-constexpr std::uint32_t kind_float = 3;
-constexpr std::uint32_t kind_string = 4;
+using details::scalar_kind;
 
 // Queries read through the handle's own tree; the node reference carries
 // only the id and the seed.
@@ -115,12 +110,11 @@ ryml_wrapper& ryml_wrapper::operator=(const ryml_wrapper& other) {
   }
   if (other.d_ == nullptr) {
     d_->share_count = details::new_share_counter(1);
-    d_->value_kind = kind_none;
+    d_->value = details::scalar_value{};
     return *this;
   }
   copy_share(*d_, *other.d_);
   d_->value = other.d_->value;
-  d_->value_kind = other.d_->value_kind;
   return *this;
 }
 
@@ -154,31 +148,7 @@ void ryml_wrapper::parse_value() {
   if (d_ == nullptr) {
     return;
   }
-  d_->value = pimpl::cached_value{};
-  d_->value_kind = kind_none;
-  if (!has_val(d_)) {
-    return;
-  }
-  const details::scalar_value v = details::classify(d_->t->val(d_->node.id()));
-  switch (v.kind) {
-    case details::scalar_kind::boolean:
-      d_->value.b = v.b;
-      break;
-    case details::scalar_kind::integer:
-      d_->value.i = v.i;
-      break;
-    case details::scalar_kind::floating:
-      d_->value.f = v.f;
-      break;
-    case details::scalar_kind::string: {
-      const std::string_view text = d_->t->val(d_->node.id());
-      d_->value.s = pimpl::text_view{text.data(), text.size()};
-      break;
-    }
-    case details::scalar_kind::none:
-      break;
-  }
-  d_->value_kind = static_cast<std::uint32_t>(v.kind);
+  d_->value = has_val(d_) ? details::classify(d_->t->val(d_->node.id())) : details::scalar_value{};
 }
 
 bool ryml_wrapper::is_valid() const { return addresses_node(d_); }
@@ -189,20 +159,22 @@ bool ryml_wrapper::is_structured() const {
 }
 bool ryml_wrapper::is_primitive() const { return has_val(d_); }
 bool ryml_wrapper::is_null() const { return has_val(d_) && d_->t->val(d_->node.id()).data() == nullptr; }
-bool ryml_wrapper::is_boolean() const { return has_val(d_) && d_->value_kind == kind_bool; }
-bool ryml_wrapper::is_number_integer() const { return has_val(d_) && d_->value_kind == kind_int; }
+bool ryml_wrapper::is_boolean() const { return has_val(d_) && d_->value.kind == scalar_kind::boolean; }
+bool ryml_wrapper::is_number_integer() const { return has_val(d_) && d_->value.kind == scalar_kind::integer; }
 bool ryml_wrapper::is_number_unsigned() const {
-  return has_val(d_) && d_->value_kind == kind_int && d_->value.i >= 0;
+  return has_val(d_) && d_->value.kind == scalar_kind::integer && d_->value.i >= 0;
 }
-bool ryml_wrapper::is_number_float() const { return has_val(d_) && d_->value_kind == kind_float; }
+bool ryml_wrapper::is_number_float() const { return has_val(d_) && d_->value.kind == scalar_kind::floating; }
 bool ryml_wrapper::is_number() const {
-  return has_val(d_) && (d_->value_kind == kind_int || d_->value_kind == kind_float);
+  return has_val(d_) && (d_->value.kind == scalar_kind::integer || d_->value.kind == scalar_kind::floating);
 }
-bool ryml_wrapper::is_string() const { return has_val(d_) && d_->value_kind == kind_string; }
+bool ryml_wrapper::is_string() const { return has_val(d_) && d_->value.kind == scalar_kind::string; }
 
 bool ryml_wrapper::has_value() const {
   return has_val(d_) && d_->t->val(d_->node.id()).data() != nullptr && (flags_of(d_) & VALNIL) == 0;
 }
+
+bool ryml_wrapper::is_quoted() const { return has_val(d_) && (flags_of(d_) & VALQUO) != 0; }
 
 std::size_t ryml_wrapper::size() const {
   if (!addresses_node(d_)) {
@@ -312,7 +284,7 @@ void ryml_wrapper::assign_primitive_impl(std::string_view value) {
 }
 
 void ryml_wrapper::extract_primitive_impl(bool& out) const {
-  if (d_ != nullptr && d_->value_kind == kind_bool) {
+  if (d_ != nullptr && d_->value.kind == scalar_kind::boolean) {
     out = d_->value.b;
   }
 }
@@ -321,9 +293,9 @@ void ryml_wrapper::extract_primitive_impl(long long& out) const {
   if (d_ == nullptr) {
     return;
   }
-  if (d_->value_kind == kind_int) {
+  if (d_->value.kind == scalar_kind::integer) {
     out = d_->value.i;
-  } else if (d_->value_kind == kind_float) {
+  } else if (d_->value.kind == scalar_kind::floating) {
     const double f = d_->value.f;
     constexpr double limit = 9223372036854775808.0;  // 2^63
     if (std::isnan(f)) {
@@ -343,15 +315,17 @@ void ryml_wrapper::extract_primitive_impl(double& out) const {
   if (d_ == nullptr) {
     return;
   }
-  if (d_->value_kind == kind_float) {
+  if (d_->value.kind == scalar_kind::floating) {
     out = d_->value.f;
-  } else if (d_->value_kind == kind_int) {
+  } else if (d_->value.kind == scalar_kind::integer) {
     out = static_cast<double>(d_->value.i);
   }
 }
 
 void ryml_wrapper::extract_primitive_impl(std::string& out) const noexcept {
   if (!has_val(d_)) {
+    // A map, a sequence or an untyped root has no text: it reads as "".
+    out.clear();
     return;
   }
   const std::size_t id = d_->node.id();
@@ -369,6 +343,31 @@ void ryml_wrapper::extract_primitive_impl(ryml_wrapper& out) const {
   if (&out != this) {
     out = *this;
   }
+}
+
+ryml_wrapper::iterator ryml_wrapper::begin() const {
+  const std::size_t n = size();
+  if (n == 0) {
+    return end();
+  }
+  const std::size_t id = d_->node.id();
+  if ((flags_of(d_) & container_bits) == 0) {
+    return iterator(d_->t, d_->share_count, id, false);
+  }
+  return iterator(d_->t, d_->share_count, d_->t->first_child(id), true);
+}
+
+ryml_wrapper::iterator ryml_wrapper::end() const {
+  return addresses_node(d_) ? iterator(d_->t, d_->share_count, npos, false) : iterator();
+}
+
+element ryml_wrapper::iterator::operator*() const {
+  return element(ryml_wrapper(tree_, node_ref(tree_, id_), count_));
+}
+
+ryml_wrapper::iterator& ryml_wrapper::iterator::operator++() noexcept {
+  id_ = siblings_ ? tree_->next_sibling(id_) : npos;
+  return *this;
 }
 
 }  // namespace norvane::yaml

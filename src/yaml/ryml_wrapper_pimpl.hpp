@@ -3,31 +3,19 @@
 
 #include <norvane/yaml.hpp>
 
+#include "yaml/scalar_kind.hpp"
+
 #include <atomic>
-#include <cstdint>
 
 namespace norvane::yaml {
 
 struct ryml_wrapper::pimpl {
-  struct text_view {
-    const char* data;
-    std::size_t size;
-  };
-  union cached_value {
-    bool b;
-    long long i;
-    double f;
-    text_view s;
-  };
-
   tree* t = nullptr;
   node_ref node;
   std::atomic<long>* share_count = nullptr;
-  cached_value value{};
-  std::uint32_t value_kind = 0;
+  details::scalar_value value;
 
   void incr() noexcept { share_count->fetch_add(1, std::memory_order_seq_cst); }
-  void decr() noexcept { share_count->fetch_sub(1, std::memory_order_seq_cst); }
 };
 
 namespace details {

@@ -14,6 +14,8 @@ namespace {
 
 using norvane::details::hex_digit;
 
+// YAML's own blanks: the public trim pair also strips \v and \f, which a
+// quoted scalar may hold as text ("\v1" stays a string, not the number 1).
 std::string_view trim(std::string_view s) noexcept {
   constexpr std::string_view blanks = " \t\n\r";
   const auto first = s.find_first_not_of(blanks);
@@ -153,6 +155,7 @@ bool parse_bool(std::string_view s, bool& out) noexcept {
 scalar_value classify(std::string_view text) noexcept {
   scalar_value v;
   v.kind = scalar_kind::string;
+  v.s = {text.data(), text.size()};
   if (text.data() == nullptr || text.empty()) {
     return v;
   }
@@ -160,12 +163,18 @@ scalar_value classify(std::string_view text) noexcept {
   if (!t.empty() && t[0] == '+') {
     return v;
   }
-  if (parse_integer(t, v.i)) {
+  long long i = 0;
+  double f = 0;
+  bool b = false;
+  if (parse_integer(t, i)) {
     v.kind = scalar_kind::integer;
-  } else if (parse_float(t, v.f)) {
+    v.i = i;
+  } else if (parse_float(t, f)) {
     v.kind = scalar_kind::floating;
-  } else if (parse_bool(t, v.b)) {
+    v.f = f;
+  } else if (parse_bool(t, b)) {
     v.kind = scalar_kind::boolean;
+    v.b = b;
   }
   return v;
 }

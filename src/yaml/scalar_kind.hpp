@@ -1,6 +1,7 @@
 // Classification of scalar text into the kinds a handle caches.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -8,11 +9,21 @@ namespace norvane::yaml::details {
 
 enum class scalar_kind : std::uint32_t { none = 0, boolean = 1, integer = 2, floating = 3, string = 4 };
 
+// A classified scalar as a handle caches it: the kind says which member
+// of the union holds the value (a string keeps a view of its text).
 struct scalar_value {
+  struct text_view {
+    const char* data;
+    std::size_t size;
+  };
+
   scalar_kind kind = scalar_kind::none;
-  bool b = false;
-  long long i = 0;
-  double f = 0;
+  union {
+    text_view s{nullptr, 0};
+    bool b;
+    long long i;
+    double f;
+  };
 };
 
 // Integers: optional '-', then 0b/0o/0x digits or decimal digits, every
@@ -24,7 +35,8 @@ bool parse_float(std::string_view text, double& out) noexcept;
 bool parse_bool(std::string_view text, bool& out) noexcept;
 
 // The whole classification order: empty or null text is a string; a
-// leading '+' makes a string; then integer, float, boolean, string.
+// leading '+' makes a string; then integer, float, boolean, string. A
+// string's view is the text as given, untrimmed.
 scalar_value classify(std::string_view text) noexcept;
 
 }  // namespace norvane::yaml::details

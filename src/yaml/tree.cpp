@@ -89,6 +89,19 @@ std::size_t text_arena::size() const noexcept {
   return total;
 }
 
+node_id tree::record::append_child(node_id parent) {
+  const node_id c = nodes.push(empty_node(parent));
+  node_data& p = nodes[parent];
+  if (p.last_child == none) {
+    p.first_child = c;
+  } else {
+    nodes[p.last_child].next_sibling = c;
+  }
+  p.last_child = c;
+  ++p.num_children;
+  return c;
+}
+
 void tree::record::reset_to_root() {
   nodes.clear();
   arena.clear();
@@ -248,19 +261,7 @@ std::size_t tree::find_child(std::size_t id, std::string_view key) const noexcep
   return npos;
 }
 
-std::size_t tree::append_child(std::size_t parent) {
-  const auto p = static_cast<node_id>(parent);
-  const node_id c = d_->nodes.push(empty_node(p));
-  node_data& pn = d_->nodes[p];
-  if (pn.last_child == none) {
-    pn.first_child = c;
-  } else {
-    d_->nodes[pn.last_child].next_sibling = c;
-  }
-  pn.last_child = c;
-  ++pn.num_children;
-  return c;
-}
+std::size_t tree::append_child(std::size_t parent) { return d_->append_child(static_cast<node_id>(parent)); }
 
 void tree::set_key(std::size_t id, std::string_view key) {
   node_data& n = d_->at(id);

@@ -18,6 +18,9 @@ inline constexpr node_id none = UINT32_MAX;
 // Set on containers while the reader still fills them; never visible
 // outside the reader.
 inline constexpr node_type OPEN = 0x80000000u;
+// Set on a map entry whose key is the merge key "<<" until the reader has
+// merged the maps it names; never visible outside the reader either.
+inline constexpr node_type MERGE = 0x40000000u;
 
 struct node_data {
   const char* key_ptr;
@@ -91,6 +94,8 @@ struct tree::record {
   node_data& at(std::size_t id) noexcept { return nodes[static_cast<node_id>(id)]; }
   const node_data& at(std::size_t id) const noexcept { return nodes[static_cast<node_id>(id)]; }
   bool contains(std::size_t id) const noexcept { return id < nodes.size(); }
+  // Appends a new child without type bits as the last child of `parent`.
+  node_id append_child(node_id parent);
   void reset_to_root();
   void copy_from(const record& other);
 };

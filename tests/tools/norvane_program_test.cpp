@@ -16,6 +16,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/test_support.hpp"
@@ -342,7 +343,7 @@ TEST_F(norvane_program, yaml_check_reports_each_error_at_its_position) {
   ASSERT_EQ(lines.size(), 2u) << r.out;
   EXPECT_TRUE(lines[0].starts_with("bad.yml:")) << lines[0];
   EXPECT_TRUE(lines[1].starts_with("tab.yml:2:1: ")) << lines[1];
-  EXPECT_EQ(r.err, "norvane: cannot read 'gone.yml'\n");
+  EXPECT_EQ(r.err, "norvane: gone.yml: No such file or directory\n");
   // The position is the parser's own, moved from its "file:LINE:COL (OFFSETB): "
   // prefix into the path:line:column: form.
   std::vector<std::string> errors;
@@ -370,9 +371,35 @@ TEST_F(norvane_program, yaml_get_reads_scalars_at_dotted_paths) {
   EXPECT_EQ(missing.code, 1);
   EXPECT_EQ(missing.out, "");
   EXPECT_EQ(missing.err, "norvane: 'jobs.build.steps.2' does not exist in 'ci.yml'\n");
-  const auto structured = run({"yaml", "get", "ci.yml", "jobs.build"});
-  EXPECT_EQ(structured.code, 1);
-  EXPECT_EQ(structured.err, "norvane: 'jobs.build' in 'ci.yml' is a map, not a scalar\n");
+
+  // Maps and sequences print as compact JSON (merge keys resolved, quoted
+  // text kept as text), or as block YAML with --yaml; no path is the root.
+  write_file(
+      dir / "c.yml",
+      "base: &b {image: nginx, restart: always}\nweb:\n  <<: *b\n  restart: \"no\"\n  ports: [\"8080\", 443, "
+      "1.5]\n  env: {A: ~, B: \"x\\ny\", C: true}\n  none: []\n");
+  const std::vector<std::pair<std::vector<std::string>, std::string>> prints{
+      {{"c.yml", "web.ports"}, "[\"8080\",443,1.5]\n"},
+      {{"c.yml", "web.env"}, "{\"A\":null,\"B\":\"x\\ny\",\"C\":true}\n"},
+      {{"c.yml", "web", "--yaml"},
+       "image: nginx\nrestart: no\nports:\n  - \"8080\"\n  - 443\n  - 1.5\nenv:\n  A: null\n  B: \"x\\ny\"\n "
+       " C: "
+       "true\nnone: []\n"},
+      {{"c.yml"},
+       "{\"base\":{\"image\":\"nginx\",\"restart\":\"always\"},\"web\":{\"image\":\"nginx\",\"restart\":"
+       "\"no\","
+       "\"ports\":[\"8080\",443,1.5],\"env\":{\"A\":null,\"B\":\"x\\ny\",\"C\":true},\"none\":[]}}\n"},
+  };
+  for (const auto& [args, expected] : prints) {
+    std::vector<std::string> call{"yaml", "get"};
+    call.insert(call.end(), args.begin(), args.end());
+    const auto r = run(call);
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(r.out, expected) << args.back();
+  }
+  // What --yaml prints reads back to the same JSON.
+  write_file(dir / "round.yml", run({"yaml", "get", "c.yml", "web", "--yaml"}).out);
+  EXPECT_EQ(run({"yaml", "get", "round.yml"}).out, run({"yaml", "get", "c.yml", "web"}).out);
 }
 
 TEST_F(norvane_program, settings_persist_between_runs) {
@@ -422,7 +449,8 @@ TEST_F(norvane_program, bad_usage_exits_with_2_and_one_line_on_stderr) {
       {"uuid", "-n", "many"},
       {"uuid", "-n", "-1"},
       {"yaml"},
-      {"yaml", "get", "only-a-file"},
+      {"yaml", "get", "a.yml", "path", "extra"},
+      {"yaml", "check", "--yaml", "a.yml"},
       {"yaml", "lint", "x"},
       {"settings"},
       {"settings", "get"},

@@ -2,8 +2,9 @@
 // that are not text. Each gives an error entry or a sane tree.
 #include <norvane/yaml.hpp>
 
-#include "yaml/reader.hpp"
+#include "yaml/access.hpp"
 #include "yaml/ryml_wrapper_pimpl.hpp"
+#include "yaml/tree_builder.hpp"
 
 #include <gtest/gtest.h>
 
@@ -11,6 +12,7 @@
 #include <vector>
 
 using namespace norvane::yaml;
+using norvane::yaml::details::access;
 using norvane::yaml::details::max_alias_nodes;
 using norvane::yaml::details::max_nesting_depth;
 
@@ -63,6 +65,29 @@ TEST(YamlHostileInput, AliasBombIsRefusedButModestAliasesExpand) {
   EXPECT_EQ(modest.doc["l3"][0].size(), 10u);
 }
 
+TEST(YamlHostileInput, MergedMapsCountAgainstTheAliasLimit) {
+  // 600 maps each merge two copies of a 1000-key map: the merged maps hold
+  // 600k entries, but the 1.2M expanded nodes pass the limit.
+  std::string text = "base: &b {";
+  for (int i = 0; i < 1000; ++i) {
+    text += (i ? ", k" : "k") + std::to_string(i) + ": v";
+  }
+  text += "}\n";
+  const auto with_maps = [&text](int count) {
+    std::string t = text;
+    for (int i = 0; i < count; ++i) {
+      t += "m" + std::to_string(i) + ": {<<: [*b, *b]}\n";
+    }
+    return t;
+  };
+  const result bomb = read(with_maps(600));
+  ASSERT_EQ(bomb.errors.size(), 1u);
+  EXPECT_NE(bomb.errors[0].find("aliases expand to more than"), std::string::npos) << bomb.errors[0];
+  const result fine = read(with_maps(500));
+  ASSERT_TRUE(fine.errors.empty()) << fine.errors.front();
+  EXPECT_EQ(fine.doc["m499"].size(), 1000u);
+}
+
 TEST(YamlHostileInput, RecursiveAndUnknownAliasesAreErrors) {
   EXPECT_NE(read("a: &x [1, *x]\n").errors.at(0).find("alias 'x' refers to a node that contains it"),
             std::string::npos);
@@ -112,25 +137,17 @@ TEST(YamlHostileInput, HundredMegabyteScalarReadsWhole) {
   text += "\nafter: 1\n";
   const result r = read(text);
   ASSERT_TRUE(r.errors.empty()) << r.errors.front();
-  EXPECT_EQ(r.doc["big"].impl()->t->val(r.doc["big"].impl()->node.id()).size(), size);
+  EXPECT_EQ(access::impl(r.doc["big"])->t->val(access::impl(r.doc["big"])->node.id()).size(), size);
   EXPECT_EQ(r.doc["after"].as<int>(), 1);
   // The text was not duplicated: the arena holds the source once.
-  EXPECT_LT(r.doc.impl()->t->arena_size(), text.size() + 4096);
+  EXPECT_LT(access::impl(r.doc)->t->arena_size(), text.size() + 4096);
 }
 
+// Which byte sequences are refused is the UTF-8 check's own test; here, how
+// the reader reports them.
 TEST(YamlHostileInput, BytesThatAreNotUtf8TextAreRefused) {
   EXPECT_EQ(read(std::string("a: b\0c\n", 7)).errors.at(0), "file:1:5 (4B): NUL byte in the document");
-  EXPECT_EQ(read(std::string("\0", 1)).errors.at(0), "file:1:1 (0B): NUL byte in the document");
-  EXPECT_EQ(read("a: \xff\n").errors.at(0), "file:1:4 (3B): invalid UTF-8 sequence");
-  EXPECT_EQ(read("ok: 1\nb: x\xc0\x80\n").errors.at(0), "file:2:5 (10B): invalid UTF-8 sequence")
-      << "overlong encoding";
-  EXPECT_EQ(read("a: \xed\xa0\x80\n").errors.size(), 1u) << "UTF-16 surrogate";
-  EXPECT_EQ(read("a: \xf4\x90\x80\x80\n").errors.size(), 1u) << "above U+10FFFF";
-  EXPECT_EQ(read("a: \xe2\x82").errors.size(), 1u) << "cut short at the end";
-  EXPECT_EQ(read("a: \x80\n").errors.size(), 1u) << "a lone continuation byte";
-  // A long ASCII run before the fault checks the eight-byte fast path.
-  EXPECT_EQ(read("a: abcdefghijklmnopqrstuvwxyz\x01\x02\x03\x04\x05\x06\x07\x08\xfe\n").errors.at(0),
-            "file:1:38 (37B): invalid UTF-8 sequence");
+  EXPECT_EQ(read("ok: é\nb: x\xc0\x80\n").errors.at(0), "file:2:5 (11B): invalid UTF-8 sequence");
   const result ok = read("a: €𝄞ü\n");
   EXPECT_TRUE(ok.errors.empty());
   EXPECT_EQ(ok.doc["a"].as<std::string>(), "€𝄞ü");

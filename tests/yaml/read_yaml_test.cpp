@@ -2,6 +2,7 @@
 // callbacks in force afterwards, and documents in the shapes users write.
 #include <norvane/yaml.hpp>
 
+#include "yaml/access.hpp"
 #include "yaml/ryml_wrapper_pimpl.hpp"
 #include "yaml/yaml_test_util.hpp"
 
@@ -11,13 +12,17 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 using namespace norvane::yaml;
 using norvane::test::read_ok;
+using norvane::yaml::details::access;
 
 namespace {
 
@@ -45,9 +50,11 @@ TEST(YamlRead, EmptyTextGivesAValidEmptyRoot) {
 }
 
 TEST(YamlRead, ErrorsCarryTheParsersMessageAndPosition) {
-  // libfyaml places the end of an input without a final newline on the next line.
-  EXPECT_EQ(error_of("a: [1, 2"), "file:2:1 (8B): flow sequence without a closing bracket");
-  EXPECT_EQ(error_of("a: 1\nb: [1, 2\nc: 3\n"), "file:4:1 (19B): flow sequence without a closing bracket");
+  // An unclosed flow collection is reported at its opening bracket.
+  EXPECT_EQ(error_of("a: [1, 2"), "file:1:4 (3B): flow sequence without a closing bracket");
+  EXPECT_EQ(error_of("a: 1\nb: [1, 2\nc: 3\n"), "file:2:4 (8B): flow sequence without a closing bracket");
+  EXPECT_EQ(error_of("x: {a: [1], b: {c: 2}"), "file:1:4 (3B): flow mapping without a closing brace");
+  EXPECT_EQ(error_of("- [a, {b: c}, [d]\n"), "file:1:3 (2B): flow sequence without a closing bracket");
   EXPECT_EQ(error_of("key: \"unterminated\n"), "file:1:7 (6B): double-quoted scalar without closing quote");
   EXPECT_EQ(error_of("- a\nb: c\n"), "file:2:1 (4B): invalid scalar at the end of block sequence");
   // Columns count characters, offsets count bytes.
@@ -99,7 +106,7 @@ TEST(YamlRead, SeveralDocumentsHangUnderAStreamRoot) {
   EXPECT_EQ(many[0]["a"].as<int>(), 1);
   EXPECT_EQ(many[1].as<std::string>(), "plain");
   EXPECT_EQ(many[2][0].as<std::string>(), "x");
-  EXPECT_EQ(many.impl()->t->type(many.impl()->t->root_id()), STREAM);
+  EXPECT_EQ(access::impl(many)->t->type(access::impl(many)->t->root_id()), STREAM);
 }
 
 TEST(YamlErrorHandler, ThrowsFormattedTextAndScopesTheHandler) {
@@ -298,4 +305,102 @@ TEST(YamlRead, ParserDiagnosticsAreNotPrinted) {
   EXPECT_FALSE(valid);
   EXPECT_EQ(errors.size(), 1u);
   EXPECT_EQ(norvane::test::read_file(path), "");
+}
+
+TEST(YamlRead, EveryReportedPositionLiesWithinTheText) {
+  for (const std::string text :
+       {"a: [1, 2", "a: {b: 1\n", "a: 'open\n", "a: \"open", "- a\n- [", "k: v\n  x: y\n", "[1, 2]]\n",
+        "a: b: c\n", "%YAML 1.2\n%YAML 1.2\n---\n", "? a\n? b\n-\n"}) {
+    std::vector<std::string> errors;
+    EXPECT_FALSE(read_yaml(text, errors).is_valid()) << text;
+    ASSERT_EQ(errors.size(), 1u) << text;
+    std::size_t line = 0;
+    std::size_t column = 0;
+    std::size_t offset = 0;
+    ASSERT_EQ(std::sscanf(errors[0].c_str(), "file:%zu:%zu (%zuB)", &line, &column, &offset), 3) << errors[0];
+    EXPECT_LT(offset, text.size()) << errors[0];
+    const auto lines =
+        static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')) + (text.ends_with('\n') ? 0 : 1);
+    EXPECT_LE(line, lines) << text << " -> " << errors[0];
+    EXPECT_GE(line, 1u);
+    EXPECT_GE(column, 1u);
+  }
+}
+
+// Block scalars without content, in every position a document can hold them.
+TEST(YamlRead, EmptyScalarsReadAsEmptyText) {
+  struct row {
+    const char* text;
+    std::vector<std::string> path;  // numbers index sequences and streams
+    const char* expected;
+  };
+  const row rows[] = {
+      {"a: |\n", {"a"}, ""},
+      {"a: >\n", {"a"}, ""},
+      {"a: |-\n", {"a"}, ""},
+      {"a: |+\n", {"a"}, ""},
+      {"a: >-\n", {"a"}, ""},
+      {"a: |", {"a"}, ""},
+      {"a: >", {"a"}, ""},
+      {"a: |+", {"a"}, ""},
+      {"a: |  # comment\n", {"a"}, ""},
+      {"a: |\nb: 1\n", {"a"}, ""},
+      {"a: >-\nb: 1\n", {"a"}, ""},
+      {"a: |+\n\nb: 1\n", {"a"}, "\n"},
+      {"- |\n- >\n", {"0"}, ""},
+      {"- |\n- >\n", {"1"}, ""},
+      {"- |+\n- >-", {"1"}, ""},
+      {"outer:\n  inner: |\n", {"outer", "inner"}, ""},
+      {"--- |\n--- >-\n", {"0"}, ""},
+      {"--- |\n--- >-\n", {"1"}, ""},
+      {"--- a\n--- |+\n", {"1"}, ""},
+      {"? |\n: x\n", {""}, "x"},
+      {"!!str : bar\n", {""}, "bar"},
+      {"a: !!str\n", {"a"}, ""},
+      {"a: \"\"\n", {"a"}, ""},
+  };
+  for (const row& r : rows) {
+    ryml_wrapper node = read_ok(r.text);
+    for (const std::string& step : r.path) {
+      node = !step.empty() && std::isdigit(static_cast<unsigned char>(step[0]))
+                 ? std::as_const(node)[std::stoul(step)]
+                 : std::as_const(node)[step];
+    }
+    ASSERT_TRUE(node.is_valid()) << r.text;
+    EXPECT_EQ(node.get<std::string>(), r.expected) << r.text;
+  }
+}
+
+TEST(YamlRead, MergeKeysMergeNamedMapsAndLocalKeysWin) {
+  struct row {
+    const char* text;
+    const char* key;
+    std::string expected;  // the map's entries as "key=value;", in order
+  };
+  const char* bases = "a: &a {x: 1, y: 2}\nb: &b {y: 3, z: 4}\n";
+  const row rows[] = {
+      {"m:\n  <<: *a\n", "m", "x=1;y=2;"},
+      {"m:\n  <<: *a\n  y: local\n", "m", "x=1;y=local;"},
+      {"m:\n  y: local\n  <<: *a\n", "m", "y=local;x=1;"},
+      {"m:\n  <<: [*a, *b]\n", "m", "x=1;y=2;z=4;"},
+      {"m:\n  <<: [*b, *a]\n  z: 0\n", "m", "y=3;x=1;z=0;"},
+      {"m: {<<: {p: q}, r: s}\n", "m", "p=q;r=s;"},
+      {"n: &n {<<: *a, w: 5}\nm: {<<: *n, x: 9}\n", "m", "y=2;w=5;x=9;"},
+      {"m: {\"<<\": *a}\n", "m", "<<=;"},
+      {"m: {<<: plain}\n", "m", "<<=plain;"},
+      {"m: {<<: &inline {p: {q: r}}}\nn: *inline\n", "n", "p=;"},
+      {"m: {<<: &inline {p: q}}\nn: *inline\n", "m", "p=q;"},
+  };
+  for (const row& r : rows) {
+    const ryml_wrapper doc = read_ok(std::string(bases) + r.text);
+    std::string entries;
+    for (const auto& [key, value] : doc[r.key]) {
+      entries += std::string(key) + "=" + value.value_or<std::string>("") + ";";
+    }
+    EXPECT_EQ(entries, r.expected) << r.text;
+  }
+  std::vector<std::string> errors;
+  const ryml_wrapper off = read_yaml(std::string(bases) + "m: {<<: *a}\n", errors, read_options{false});
+  EXPECT_TRUE(off["m"]["<<"].is_object()) << "merging can be turned off";
+  EXPECT_FALSE(off["m"]["x"].is_valid());
 }

@@ -2,17 +2,20 @@
 // seeds, writing and reading values, and the typed accessors.
 #include <norvane/yaml.hpp>
 
+#include "yaml/access.hpp"
 #include "yaml/ryml_wrapper_pimpl.hpp"
 #include "yaml/yaml_test_util.hpp"
 
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <iterator>
 #include <string>
 #include <vector>
 
 using namespace norvane::yaml;
 using norvane::test::read_ok;
+using norvane::yaml::details::access;
 
 namespace {
 
@@ -112,9 +115,12 @@ TEST(YamlHandle, NullAndEmptyValues) {
   EXPECT_TRUE(d.has_value());
   EXPECT_EQ(d.get<std::string>(), std::string());
 
-  std::string s = "untouched";
-  a.extract_primitive_impl(s);
-  EXPECT_EQ(s, "") << "a null value reads as an empty string";
+  // A null value, a map, a sequence and an untyped root all read as "".
+  for (const ryml_wrapper& without_text : {a, doc, doc["e"], ryml_wrapper()}) {
+    std::string s = "untouched";
+    without_text.extract_primitive_impl(s);
+    EXPECT_EQ(s, "");
+  }
 
   EXPECT_EQ(doc.size(), 5u);
   EXPECT_EQ(doc["e"].size(), 1u);
@@ -144,7 +150,7 @@ TEST(YamlHandle, ExplicitNullReportsThroughTheTreesCallbacks) {
                           }});
   ryml_wrapper h;  // its tree keeps the recording callbacks
   set_callbacks(default_callbacks());
-  tree& t = *h.impl()->t;
+  tree& t = *access::impl(h)->t;
   t.set_val(t.root_id(), t.copy_to_arena("~"));
   t.add_flags(t.root_id(), VAL | VALNIL);
   h.parse_value();
@@ -162,7 +168,7 @@ TEST(YamlHandle, DefaultHandleAddressesTheRootOfItsOwnEmptyTree) {
   EXPECT_EQ(h.size(), 1u);
   EXPECT_FALSE(h.is_primitive());
   EXPECT_FALSE(h.is_structured());
-  EXPECT_EQ(h.impl()->value_kind, 0u);
+  EXPECT_EQ(access::impl(h)->value.kind, details::scalar_kind::none);
   EXPECT_EQ(h.key().data(), nullptr);
   EXPECT_FALSE(h[0].is_valid()) << "the root is neither a map nor a sequence";
   EXPECT_FALSE(h["a"].is_valid());
@@ -247,11 +253,11 @@ TEST(YamlHandle, CopiesAreDeepAndMovesSwap) {
   ryml_wrapper other = doc["s"];
   ryml_wrapper moved(std::move(other));
   EXPECT_EQ(moved.get<std::string>(), "text");
-  EXPECT_EQ(other.impl(), nullptr);
+  EXPECT_EQ(access::impl(other), nullptr);
   ryml_wrapper left = doc["n"];
   left = std::move(moved);
   EXPECT_EQ(left.get<std::string>(), "text");
-  ASSERT_NE(moved.impl(), nullptr) << "move assignment exchanges the two records";
+  ASSERT_NE(access::impl(moved), nullptr) << "move assignment exchanges the two records";
   EXPECT_EQ(moved.get<std::string>(), "now text");
   other = std::move(moved);  // a moved-from handle may be assigned to
   EXPECT_EQ(other.get<std::string>(), "now text");
@@ -403,4 +409,48 @@ TEST(YamlHandle, TypedAccessorsTreatNullAndMismatchAsAbsent) {
   EXPECT_EQ(doc["flag"].get<bool>(), false);
   EXPECT_DOUBLE_EQ(doc["ratio"].as<double>(), 1.5);
   EXPECT_EQ(doc["added"].as<std::string>(), "new");
+}
+
+TEST(YamlHandle, RangeForWalksChildrenAndAgreesWithSize) {
+  const ryml_wrapper doc = read_ok("env: {A: 1, B: two}\nports: [80, 443]\nname: web\nnone:\nempty: {}\n");
+  const long before = doc.use_count();
+  struct row {
+    const char* key;
+    std::string walk;  // "key=value;" per step
+  };
+  const row rows[] = {
+      {"env", "A=1;B=two;"}, {"ports", "=80;=443;"}, {"name", "name=web;"}, {"none", ""}, {"empty", ""},
+  };
+  for (const row& r : rows) {
+    const ryml_wrapper node = doc[r.key];
+    std::string walk;
+    std::size_t steps = 0;
+    for (const auto& [key, value] : node) {
+      walk += std::string(key) + "=" + value.value_or<std::string>("") + ";";
+      EXPECT_EQ(value.use_count(), before + 2) << "a step shares the tree as operator[] does";
+      ++steps;
+    }
+    EXPECT_EQ(walk, r.walk) << r.key;
+    EXPECT_EQ(steps, node.size()) << r.key;
+  }
+  EXPECT_EQ(doc.use_count(), before);
+
+  std::size_t keys = 0;
+  for (const auto& entry : doc) {
+    EXPECT_EQ(entry.key(), doc[keys].key());
+    ++keys;
+  }
+  EXPECT_EQ(keys, 5u);
+  // A sequence's items are handles in their own right.
+  int sum = 0;
+  for (const auto& port : doc["ports"]) {
+    sum += port.as<int>();
+  }
+  EXPECT_EQ(sum, 523);
+  const ryml_wrapper root;
+  EXPECT_EQ(std::distance(root.begin(), root.end()), 1)
+      << "an untyped root walks itself once, as size() says";
+  ryml_wrapper cleared;
+  cleared.clear();
+  EXPECT_TRUE(cleared.begin() == cleared.end());
 }

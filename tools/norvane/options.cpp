@@ -41,10 +41,10 @@ constexpr command_row command_table[] = {
      "lines) and prints 'path: OK' or 'path: FAILED'.",
      "", true, run_hash},
     {"uuid", "[-n N]", "Prints N random identifiers (version 4), one a line.", "", false, run_uuid},
-    {"yaml", "check FILE...\nget FILE PATH",
-     "Checks YAML files and reads scalars from them. check: reports each parse error as path:line:column: "
-     "message. get: prints the scalar at a dotted path "
-     "such as jobs.build.steps.0.name.",
+    {"yaml", "check FILE...\nget FILE [PATH] [--yaml]",
+     "Checks YAML files and reads nodes from them. check: reports each parse error as path:line:column: "
+     "message. get: prints the node at a dotted path such as jobs.build.steps.0.name (the whole document "
+     "without one): a scalar's text, a map or sequence as compact JSON, or as block YAML with --yaml.",
      "check get", true, run_yaml},
     {"settings", "list | get KEY | set KEY JSON | remove KEY",
      "Reads and changes the program's settings store; values are JSON text.", "list get set remove", false,
@@ -69,6 +69,8 @@ constexpr option_row option_table[] = {
      "hash", ""},
     {"quiet", "", "With --check: no line for a file that verifies", "", value_kind::none, "", "hash", ""},
     {"status", "", "With --check: print nothing, the exit code tells", "", value_kind::none, "", "hash", ""},
+    {"yaml", "", "With get: print a map or sequence as block YAML instead of JSON", "", value_kind::none, "",
+     "yaml", ""},
     {"count", "n", "How many identifiers", "1", value_kind::integer, "N", "uuid", ""},
     {"file", "", "The store's file name", "settings.json", value_kind::text, "NAME", "settings", ""},
 };

@@ -1,0 +1,15 @@
+// The one door into the private records of the YAML tree and handle, for
+// the library's own sources and its tests.
+#pragma once
+
+#include <norvane/yaml.hpp>
+
+namespace norvane::yaml::details {
+
+struct access {
+  static tree::record& rec(tree& t) noexcept { return *t.d_; }
+  static const tree::record& rec(const tree& t) noexcept { return *t.d_; }
+  static ryml_wrapper::pimpl* impl(const ryml_wrapper& handle) noexcept { return handle.d_; }
+};
+
+}  // namespace norvane::yaml::details
