@@ -126,7 +126,7 @@ public:
   template <auto Candidate>
   connection connect() {
     static_assert(std::is_invocable_v<decltype(Candidate), Event&>, "the listener must take the event");
-    handler_->connect(nullptr, &call_free<Candidate>);
+    handler_->connect(nullptr, &call_free<Candidate>, &run<&call_free<Candidate>>);
     return link(nullptr, &call_free<Candidate>);
   }
 
@@ -134,7 +134,7 @@ public:
   connection connect(Type& instance) {
     static_assert(std::is_invocable_v<decltype(Candidate), Type&, Event&>,
                   "the listener must take the event");
-    handler_->connect(erase(instance), &call_bound<Candidate, Type>);
+    handler_->connect(erase(instance), &call_bound<Candidate, Type>, &run<&call_bound<Candidate, Type>>);
     return link(erase(instance), &call_bound<Candidate, Type>);
   }
 
@@ -195,6 +195,18 @@ private:
     } else {
       std::invoke(Candidate, *static_cast<Type*>(instance), event);
     }
+  }
+
+  template <auto Call>
+  static std::size_t run(void* instance, Event* events, std::size_t count, const std::size_t& changes) {
+    const std::size_t before = changes;
+    for (std::size_t i = 0; i < count; ++i) {
+      Call(instance, events[i]);
+      if (changes != before) {
+        return i + 1;
+      }
+    }
+    return count;
   }
 
   handler_type* handler_;

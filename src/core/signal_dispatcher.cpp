@@ -37,7 +37,11 @@ void signal_dispatcher::update() {
   // they postpone lands in delayed_events and is dropped afterwards.
   std::vector<std::function<void()>> running;
   running.swap(impl_->delayed_events);
-  details::deliver_or_requeue(running, impl_->delayed_events, [](std::function<void()>& event) { event(); });
+  details::deliver_or_requeue(running, impl_->delayed_events, [](auto& events) {
+    for (auto& event : events) {
+      event();
+    }
+  });
   impl_->delayed_events.clear();
   // Keep the batch's storage for the next cycle.
   impl_->delayed_events.swap(running);

@@ -90,15 +90,13 @@ private:
   std::string_view type_name_;
 };
 
-// Delivers each item of `batch`. If delivering one throws, the whole batch,
-// followed by what was queued meanwhile, becomes the queue again and the
-// exception leaves: nothing is lost and everything is delivered next time.
+// Delivers `batch` through `deliver(batch)`. If that throws, the whole
+// batch, followed by what was queued meanwhile, becomes the queue again and
+// the exception leaves: nothing is lost and everything is delivered next time.
 template <typename Vector, typename Deliver>
 void deliver_or_requeue(Vector& batch, Vector& queue, Deliver&& deliver) {
   try {
-    for (auto& item : batch) {
-      deliver(item);
-    }
+    deliver(batch);
   } catch (...) {
     batch.insert(batch.end(), std::make_move_iterator(queue.begin()), std::make_move_iterator(queue.end()));
     queue.swap(batch);
@@ -120,6 +118,10 @@ class event_handler final : public dispatcher_handler {
 
 public:
   using call_type = void (*)(void*, Event&);
+  // Delivers events[0, count) to one listener, one at a time, and stops
+  // early after an event during which `changes` moved; returns how many
+  // events it delivered.
+  using run_type = std::size_t (*)(void*, Event* events, std::size_t count, const std::size_t& changes);
 
   event_handler(std::uint32_t id, const Allocator& allocator)
       : dispatcher_handler(id, event_type<Event>::check, event_type<Event>::name),
@@ -171,9 +173,10 @@ public:
   void clear() noexcept override { events_.clear(); }
   std::size_t size() const noexcept override { return events_.size(); }
 
-  void connect(void* instance, call_type call) {
+  void connect(void* instance, call_type call, run_type run) {
     disconnect(instance, erase(call));
-    listeners_.push_back({instance, call});
+    listeners_.push_back({instance, call, run});
+    ++changes_;
   }
 
   // During a delivery removed listeners are only blanked, so that the walk
@@ -181,8 +184,9 @@ public:
   void disconnect(const void* instance, erased_call call) noexcept override {
     for (auto& l : listeners_) {
       if (l.call != nullptr && l.instance == instance && (call == nullptr || erase(l.call) == call)) {
-        l = {nullptr, nullptr};
+        l = {nullptr, nullptr, nullptr};
         has_gaps_ = true;
+        ++changes_;
       }
     }
     if (depth_ == 0 && has_gaps_) {
@@ -204,6 +208,7 @@ private:
   struct listener {
     void* instance;
     call_type call;
+    run_type run;
   };
   using event_allocator = typename alloc_traits::template rebind_alloc<Event>;
   using listener_allocator = typename alloc_traits::template rebind_alloc<listener>;
@@ -235,9 +240,24 @@ private:
     }
   }
 
+  // A sole listener takes the batch in one call, the listener inlined in
+  // its loop; as soon as the listeners change, delivery goes on one event at
+  // a time, with the order and the rules of deliver().
+  void deliver_all(std::vector<Event, event_allocator>& batch) {
+    const std::size_t total = batch.size();
+    for (std::size_t done = 0; done < total;) {
+      if (listeners_.size() == 1 && listeners_.front().run != nullptr) {
+        const listener l = listeners_.front();
+        done += l.run(l.instance, batch.data() + done, total - done, changes_);
+      } else {
+        deliver(batch[done++]);
+      }
+    }
+  }
+
   void deliver_batch(std::vector<Event, event_allocator>& batch) {
     const delivery_scope scope(*this);
-    deliver_or_requeue(batch, events_, [this](Event& event) { deliver(event); });
+    deliver_or_requeue(batch, events_, [this](auto& events) { deliver_all(events); });
   }
 
   void compact() noexcept {
@@ -250,6 +270,8 @@ private:
   std::vector<Event, event_allocator> batch_;
   std::vector<listener, listener_allocator> listeners_;
   std::size_t depth_ = 0;
+  // Counts connections and disconnections, for deliver_all to notice them.
+  std::size_t changes_ = 0;
   bool publishing_ = false;
   bool has_gaps_ = false;
 };
