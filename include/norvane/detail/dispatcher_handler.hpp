@@ -233,9 +233,11 @@ private:
   void deliver(Event& event) {
     const auto count = listeners_.size();
     for (std::size_t i = 0; i < count; ++i) {
-      const listener l = listeners_[i];
-      if (l.call != nullptr) {
-        l.call(l.instance, event);
+      // Two plain loads: a copy of the whole entry goes through the stack.
+      const call_type call = listeners_[i].call;
+      void* const instance = listeners_[i].instance;
+      if (call != nullptr) {
+        call(instance, event);
       }
     }
   }
