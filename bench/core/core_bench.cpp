@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -125,6 +127,79 @@ void dispatch_raw(benchmark::State& state) {
   set_per_event(state);
 }
 
+// Eight event types with three listeners each; the events of a round are
+// enqueued in turn across the types, as a loop with mixed traffic would.
+template <int N>
+struct typed_event {
+  std::uint64_t value;
+};
+
+struct typed_listener {
+  std::uint64_t sum = 0;
+  template <int N>
+  void on_event(const typed_event<N>& e) {
+    sum += e.value + N;
+  }
+};
+
+constexpr int event_types = 8;
+constexpr int listeners_per_type = 3;
+
+template <int... N>
+void dispatch_types_norvane(benchmark::State& state, std::integer_sequence<int, N...>) {
+  norvane::custom_dispatcher<> dispatcher;
+  typed_listener listeners[listeners_per_type];
+  for (auto& l : listeners) {
+    (dispatcher.sink<typed_event<N>>().template connect<&typed_listener::on_event<N>>(l), ...);
+  }
+  for (auto _ : state) {
+    for (std::int64_t i = 0; i < events_per_round; i += event_types) {
+      (dispatcher.enqueue<typed_event<N>>(static_cast<std::uint64_t>(i)), ...);
+    }
+    dispatcher.update();
+  }
+  for (auto& l : listeners) {
+    benchmark::DoNotOptimize(l.sum);
+  }
+  set_per_event(state);
+}
+
+template <int... N>
+void dispatch_types_raw(benchmark::State& state, std::integer_sequence<int, N...>) {
+  std::tuple<std::vector<typed_event<N>>...> queues;
+  std::tuple<std::vector<std::function<void(typed_event<N>&)>>...> handlers;
+  typed_listener listeners[listeners_per_type];
+  for (auto& l : listeners) {
+    (std::get<N>(handlers).emplace_back([&l](typed_event<N>& e) { l.on_event(e); }), ...);
+  }
+  const auto deliver = [](auto& queue, auto& functions) {
+    for (auto& e : queue) {
+      for (auto& f : functions) {
+        f(e);
+      }
+    }
+    queue.clear();
+  };
+  for (auto _ : state) {
+    for (std::int64_t i = 0; i < events_per_round; i += event_types) {
+      (std::get<N>(queues).push_back(typed_event<N>{static_cast<std::uint64_t>(i)}), ...);
+    }
+    (deliver(std::get<N>(queues), std::get<N>(handlers)), ...);
+  }
+  for (auto& l : listeners) {
+    benchmark::DoNotOptimize(l.sum);
+  }
+  set_per_event(state);
+}
+
+void dispatch_8_types_norvane(benchmark::State& state) {
+  dispatch_types_norvane(state, std::make_integer_sequence<int, event_types>());
+}
+
+void dispatch_8_types_raw(benchmark::State& state) {
+  dispatch_types_raw(state, std::make_integer_sequence<int, event_types>());
+}
+
 constexpr std::int64_t delayed_per_round = 100'000;
 
 void delay_norvane(benchmark::State& state) {
@@ -166,5 +241,11 @@ BENCHMARK(parse_raw)->Name("parse_20_options/raw");
 BENCHMARK(parse_norvane)->Name("parse_20_options/norvane");
 BENCHMARK(dispatch_raw)->Name("enqueue_update_1M_events/raw")->Unit(benchmark::kMillisecond);
 BENCHMARK(dispatch_norvane)->Name("enqueue_update_1M_events/norvane")->Unit(benchmark::kMillisecond);
+BENCHMARK(dispatch_8_types_raw)
+    ->Name("enqueue_update_1M_events_8_types_3_listeners/raw")
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(dispatch_8_types_norvane)
+    ->Name("enqueue_update_1M_events_8_types_3_listeners/norvane")
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(delay_raw)->Name("delay_event_update_100k/raw")->Unit(benchmark::kMillisecond);
 BENCHMARK(delay_norvane)->Name("delay_event_update_100k/norvane")->Unit(benchmark::kMillisecond);

@@ -1,18 +1,7 @@
 // The main-loop dispatcher: typed events first, then postponed functions.
 #include <norvane/dispatcher.hpp>
 
-#include <atomic>
-
 namespace norvane {
-
-namespace details {
-
-std::uint32_t next_event_type_id() noexcept {
-  static std::atomic<std::uint32_t> next{0};
-  return next.fetch_add(1, std::memory_order_relaxed);
-}
-
-}  // namespace details
 
 class signal_dispatcher::pimpl {
 public:
@@ -48,18 +37,12 @@ void signal_dispatcher::update() {
   // they postpone lands in delayed_events and is dropped afterwards.
   std::vector<std::function<void()>> running;
   running.swap(impl_->delayed_events);
-  try {
-    for (auto& event : running) {
+  details::deliver_or_requeue(running, impl_->delayed_events, [](auto& events) {
+    for (auto& event : events) {
       event();
     }
-  } catch (...) {
-    running.insert(running.end(), std::make_move_iterator(impl_->delayed_events.begin()),
-                   std::make_move_iterator(impl_->delayed_events.end()));
-    impl_->delayed_events.swap(running);
-    throw;
-  }
+  });
   impl_->delayed_events.clear();
-  running.clear();
   // Keep the batch's storage for the next cycle.
   impl_->delayed_events.swap(running);
 }

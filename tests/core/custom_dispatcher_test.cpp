@@ -1,5 +1,8 @@
 #include <norvane/dispatcher.hpp>
 
+#include "dispatcher_plugin.hpp"
+
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -259,6 +262,166 @@ TEST(CustomDispatcher, AllocatesThroughItsAllocator) {
   EXPECT_GT(*count, after_connect);
   d.update();
   EXPECT_EQ(r.heard.size(), 100u);
+}
+
+TEST(CustomDispatcher, ConstructingInPlaceAndNamedQueues) {
+  custom_dispatcher<> d;
+  recorder r;
+  constexpr std::uint32_t left = 1;
+  constexpr std::uint32_t right = 2;
+  d.sink<key_pressed>().connect<&recorder::on_key>(r);
+  d.sink<key_pressed>(left).connect<&recorder::also_key>(r);
+  d.sink<message>(right).connect<&recorder::on_message>(r);
+  d.trigger<key_pressed>();
+  d.trigger<key_pressed>(4);
+  d.trigger(left, key_pressed{5});
+  d.trigger<message>("built", 2);
+  d.enqueue_hint(left, key_pressed{6});
+  d.enqueue_hint<key_pressed>(left, 7);
+  d.enqueue_hint<message>(right, "named", 1);
+  d.enqueue<key_pressed>(8);
+  EXPECT_EQ(r.heard, (std::vector<std::string>{"key 0", "key 4", "also 5"}));
+  // Each queue counts, delivers and drops only its own events.
+  EXPECT_EQ(d.size<key_pressed>(), 1u);
+  EXPECT_EQ(d.size<key_pressed>(left), 2u);
+  EXPECT_EQ(d.size<message>(right), 1u);
+  EXPECT_EQ(d.size<message>(), 0u);
+  d.update<key_pressed>(left);
+  EXPECT_EQ(r.heard.back(), "also 7");
+  d.clear<message>(right);
+  EXPECT_EQ(d.size(), 1u);
+  d.enqueue_hint<key_pressed>(left, 9);
+  d.update();
+  // Queues in first-use order: the default key queue, then the left one.
+  EXPECT_EQ(r.heard,
+            (std::vector<std::string>{"key 0", "key 4", "also 5", "also 6", "also 7", "key 8", "also 9"}));
+}
+
+TEST(CustomDispatcher, ConnectionsListenersByPointerAndDisconnectingAnInstance) {
+  recorder r;
+  recorder other;
+  connection outlived;
+  {
+    custom_dispatcher<> d;
+    auto link = d.sink<key_pressed>().connect<&recorder::on_key>(&r);
+    d.sink<key_pressed>().connect<&recorder::also_key>(r);
+    d.sink<key_pressed>(7).connect<&recorder::also_key>(&other);
+    d.sink<resized>().connect<&recorder::on_resize>(other);
+    {
+      const scoped_connection scoped = d.sink<resized>().connect<&recorder::on_resize>(r);
+      d.trigger(resized{1, 2});
+    }
+    d.trigger(resized{3, 4});
+    d.trigger(key_pressed{1});
+    EXPECT_TRUE(link);
+    link.release();
+    EXPECT_FALSE(link);
+    link.release();
+    d.trigger(key_pressed{2});
+    d.sink<key_pressed>().disconnect<&recorder::also_key>(&r);
+    d.trigger(key_pressed{3});
+    EXPECT_TRUE(d.sink<key_pressed>().empty());
+    // One call takes `other` off every queue.
+    d.trigger(7, key_pressed{4});
+    d.disconnect(other);
+    d.trigger(7, key_pressed{5});
+    d.trigger(resized{5, 6});
+    outlived = d.sink<key_pressed>().connect<&free_listener>();
+    EXPECT_TRUE(outlived);
+  }
+  EXPECT_EQ(r.heard, (std::vector<std::string>{"resize 1x2", "key 1", "also 1", "also 2"}));
+  EXPECT_EQ(other.heard, (std::vector<std::string>{"resize 1x2", "resize 3x4", "also 4"}));
+  // The dispatcher is gone: the connection knows, and releasing is harmless.
+  EXPECT_FALSE(outlived);
+  outlived.release();
+}
+
+template <int N>
+struct numbered {
+  int value;
+};
+
+struct numbered_log {
+  std::vector<int> heard;
+  template <int N>
+  void on(numbered<N>& e) {
+    heard.push_back(N * 100 + e.value);
+  }
+};
+
+template <int... N>
+void use_types(custom_dispatcher<>& d, numbered_log& log, std::integer_sequence<int, N...>) {
+  (d.sink<numbered<N>>().template connect<&numbered_log::on<N>>(log), ...);
+  // Queued in the reverse order of first use.
+  constexpr int last = sizeof...(N) - 1;
+  (d.enqueue<numbered<last - N>>(last - N), ...);
+}
+
+// Far more types than the index starts with, on two dispatchers at once:
+// each type's queue is its own, on each dispatcher, and the order of first
+// use survives the index growing.
+TEST(CustomDispatcher, ManyTypesOnSeveralDispatchers) {
+  custom_dispatcher<> first;
+  custom_dispatcher<> second;
+  numbered_log heard_first;
+  numbered_log heard_second;
+  use_types(first, heard_first, std::make_integer_sequence<int, 40>());
+  use_types(second, heard_second, std::make_integer_sequence<int, 20>());
+  EXPECT_EQ(first.size(), 40u);
+  EXPECT_EQ(first.size<numbered<39>>(), 1u);
+  EXPECT_EQ(second.size<numbered<39>>(), 0u);
+  custom_dispatcher<> moved(std::move(first));
+  moved.update();
+  second.update();
+  ASSERT_EQ(heard_first.heard.size(), 40u);
+  for (int n = 0; n < 40; ++n) {
+    EXPECT_EQ(heard_first.heard[static_cast<std::size_t>(n)], n * 101);
+  }
+  EXPECT_EQ(heard_second.heard.size(), 20u);
+  // The dispatcher moved from starts over empty.
+  EXPECT_EQ(first.size(), 0u);
+  first.enqueue<numbered<3>>(1);
+  EXPECT_EQ(first.size<numbered<3>>(), 1u);
+  EXPECT_EQ(moved.size<numbered<3>>(), 0u);
+}
+
+// The plugin is built with hidden symbols: its copy of the dispatcher code
+// must agree with this program's on every event type and queue.
+TEST(CustomDispatcher, EventsCrossModulesBothWays) {
+  void* plugin = dlopen(NORVANE_DISPATCHER_PLUGIN, RTLD_NOW | RTLD_LOCAL);
+  ASSERT_NE(plugin, nullptr) << dlerror();
+  const auto attach = reinterpret_cast<plugin_attach_fn>(dlsym(plugin, "plugin_attach"));
+  const auto detach = reinterpret_cast<plugin_detach_fn>(dlsym(plugin, "plugin_detach"));
+  const auto send = reinterpret_cast<plugin_send_fn>(dlsym(plugin, "plugin_send"));
+  const auto reply_id = reinterpret_cast<plugin_reply_id_fn>(dlsym(plugin, "plugin_reply_id"));
+  ASSERT_TRUE(attach && detach && send && reply_id);
+  EXPECT_EQ(reply_id(), event_type_id<plugin_events::reply>());
+  {
+    custom_dispatcher<> d;
+    std::vector<int> replies;
+    struct collector {
+      std::vector<int>* out;
+      void on_reply(const plugin_events::reply& r) { out->push_back(r.value); }
+    } collect{&replies};
+    // The plugin makes the reply queues; this program the request queue,
+    // to which the plugin connects.
+    send(d, event_type_id<plugin_events::reply>(), 1);
+    send(d, 42, 2);
+    d.sink<plugin_events::reply>().connect<&collector::on_reply>(collect);
+    d.sink<plugin_events::reply>(42).connect<&collector::on_reply>(collect);
+    d.update();
+    EXPECT_EQ(replies, (std::vector<int>{1, 2}));
+    d.enqueue<plugin_events::request>(10);
+    attach(d);
+    d.update();
+    d.update();
+    EXPECT_EQ(replies, (std::vector<int>{1, 2, 20}));
+    EXPECT_EQ(d.size(), 0u);
+    detach(d);
+    d.trigger(plugin_events::request{30});
+    EXPECT_EQ(d.size(), 0u);
+  }
+  dlclose(plugin);
 }
 
 }  // namespace
