@@ -231,7 +231,7 @@ TEST_F(norvane_program, help_pages_describe_one_command) {
         "-c, --check", "--status", "--log-file PATH"},
        {"--json", "--count"}},
       {{"help", "yaml"},
-       {"Usage: norvane yaml check FILE...\n       norvane yaml get FILE PATH"},
+       {"Usage: norvane yaml check FILE...\n       norvane yaml get FILE [PATH] [--yaml]"},
        {"--algo"}},
       {{"help", "uuid"}, {"-n, --count N", "(default: 1)"}, {"--file"}},
   };

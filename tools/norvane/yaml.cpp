@@ -6,14 +6,14 @@
 #include <norvane/yaml.hpp>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <cerrno>
-#include <cstring>
 #include <optional>
 #include <sstream>
 #include <utility>
@@ -287,6 +287,9 @@ int run_yaml(const invocation& call) {
     throw usage_error("yaml needs 'check FILE...' or 'get FILE [PATH]'");
   }
   if (words[0] == "check") {
+    if (call.given("yaml")) {
+      throw usage_error("--yaml goes with yaml get, not yaml check");
+    }
     return check({words.begin() + 1, words.end()});
   }
   if (words[0] == "get") {
