@@ -48,6 +48,8 @@ outcome run_in(const fs::path& cwd, const fs::path& home, const std::vector<std:
     ::setenv("XDG_CONFIG_HOME", (home / ".config").c_str(), 1);
     ::setenv("XDG_DATA_HOME", (home / ".local/share").c_str(), 1);
     ::setenv("XDG_DATA_DIRS", (home / "share").c_str(), 1);
+    ::setenv("XDG_CACHE_HOME", (home / ".cache").c_str(), 1);
+    ::setenv("XDG_STATE_HOME", (home / ".local/state").c_str(), 1);
     const int in = ::open(input.c_str(), O_RDONLY);
     const int out = ::open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     const int err = ::open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
@@ -488,6 +490,15 @@ TEST_F(norvane_program, uuid_prints_distinct_valid_identifiers) {
   EXPECT_EQ(std::set<std::string>(lines.begin(), lines.end()).size(), 50u);
   EXPECT_EQ(lines_of(run({"uuid"}).out).size(), 1u);
   EXPECT_EQ(run({"uuid", "--count=0"}).out, "");
+
+  // Version 7: drawn in order, so the text sorts in the order printed.
+  const auto ordered = lines_of(run({"uuid", "--v7", "-n", "200"}).out);
+  ASSERT_EQ(ordered.size(), 200u);
+  EXPECT_TRUE(std::is_sorted(ordered.begin(), ordered.end()));
+  EXPECT_EQ(std::set<std::string>(ordered.begin(), ordered.end()).size(), 200u);
+  for (const auto& line : ordered) {
+    EXPECT_EQ(line[14], '7') << line;
+  }
 }
 
 TEST_F(norvane_program, info_describes_the_host_and_the_program_locations) {
@@ -496,11 +507,16 @@ TEST_F(norvane_program, info_describes_the_host_and_the_program_locations) {
   const auto info = nlohmann::json::parse(r.out);
   EXPECT_FALSE(info["cpus"].empty());
   EXPECT_GE(info["logical_cores"].get<int>(), 1);
+  EXPECT_GE(info["usable_cores"].get<int>(), 1);
+  EXPECT_LE(info["usable_cores"].get<int>(), info["logical_cores"].get<int>());
   EXPECT_GT(info["memory_mib"].get<double>(), 0.0);
+  EXPECT_LE(info["memory_limit_mib"].get<double>(), info["memory_mib"].get<double>());
+  EXPECT_GT(info["memory_available_mib"].get<double>(), 0.0);
   EXPECT_FALSE(info["os"]["type"].get<std::string>().empty());
   const auto& at = info["locations"];
-  EXPECT_EQ(at.size(), 7u);
+  EXPECT_EQ(at.size(), 10u);
   EXPECT_EQ(at["app_config"], (home / ".config/norvane.norvane").string());
+  EXPECT_EQ(at["app_state"], (home / ".local/state/norvane.norvane").string());
   EXPECT_EQ(at["app_data"], (home / ".local/share/norvane.norvane").string());
   EXPECT_EQ(at["home"], home.path().string());
   EXPECT_EQ(fs::weakly_canonical(info["image"].get<std::string>()), fs::weakly_canonical(NORVANE_PROGRAM));
@@ -510,6 +526,11 @@ TEST_F(norvane_program, info_describes_the_host_and_the_program_locations) {
   for (const char* name : {"app_config: ", "org_config: ", "generic_data: ", "temp: ", "image: ", "os: "}) {
     EXPECT_NE(text.out.find(std::string("\n") + name), std::string::npos) << name;
   }
+
+  // Pinned to one CPU, the program may use one core whatever the host has.
+  const auto pinned = tool({"taskset", "-c", "0", NORVANE_PROGRAM, "info", "--json"});
+  ASSERT_EQ(pinned.code, 0) << pinned.err;
+  EXPECT_EQ(nlohmann::json::parse(pinned.out)["usable_cores"], 1);
 }
 
 }  // namespace

@@ -24,6 +24,9 @@ const std::pair<const char*, location> locations[] = {
     {"home", location::home},
     {"generic_data", location::generic_data},
     {"temp", location::temp},
+    {"app_cache", location::app_cache},
+    {"app_state", location::app_state},
+    {"runtime", location::runtime},
 };
 
 nlohmann::ordered_json describe() {
@@ -41,9 +44,14 @@ nlohmann::ordered_json describe() {
   }
   info["physical_cores"] = physical;
   info["logical_cores"] = std::thread::hardware_concurrency();
+  // What this process may use: its affinity mask and cgroup CPU quota.
+  info["usable_cores"] = norvane::system_info::usable_cores();
   const auto os = norvane::system_info::os();
   info["os"] = {{"type", os.type()}, {"version", os.version()}};
-  info["memory_mib"] = norvane::system_info::ram().total_MiB();
+  const auto ram = norvane::system_info::ram();
+  info["memory_mib"] = ram.total_MiB();
+  info["memory_limit_mib"] = ram.limit_MiB();
+  info["memory_available_mib"] = ram.available_MiB();
   auto& paths = info["locations"] = nlohmann::ordered_json::object();
   for (const auto& [name, where] : locations) {
     paths[name] = norvane::standard_paths::writable_location(where);
@@ -63,16 +71,16 @@ void print_text(const nlohmann::ordered_json& info) {
     }
     std::cout << '\n';
   }
-  std::cout << "cores: " << info["physical_cores"] << " physical, " << info["logical_cores"] << " logical\n";
+  std::cout << "cores: " << info["physical_cores"] << " physical, " << info["logical_cores"] << " logical, "
+            << info["usable_cores"] << " usable\n";
   std::cout << "os: " << info["os"]["type"].get<std::string>() << ' '
             << info["os"]["version"].get<std::string>() << '\n';
-  const double mib = info["memory_mib"].get<double>();
-  std::cout << "memory: ";
-  if (mib < 0) {
-    std::cout << "unknown\n";
-  } else {
-    std::cout << static_cast<long long>(mib) << " MiB\n";
-  }
+  const auto mib = [](const nlohmann::ordered_json& value) {
+    const double figure = value.get<double>();
+    return figure < 0 ? std::string("unknown") : std::to_string(static_cast<long long>(figure)) + " MiB";
+  };
+  std::cout << "memory: " << mib(info["memory_mib"]) << ", limit " << mib(info["memory_limit_mib"])
+            << ", available " << mib(info["memory_available_mib"]) << '\n';
   for (const auto& [name, path] : info["locations"].items()) {
     std::cout << name << ": " << path.get<std::string>() << '\n';
   }

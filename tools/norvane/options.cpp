@@ -40,7 +40,10 @@ constexpr command_row command_table[] = {
      "(sha256sum, sha1sum and xxhsum "
      "lines) and prints 'path: OK' or 'path: FAILED'.",
      "", true, run_hash},
-    {"uuid", "[-n N]", "Prints N random identifiers (version 4), one a line.", "", false, run_uuid},
+    {"uuid", "[-n N] [--v7]",
+     "Prints N identifiers, one a line: random (version 4), or ordered by creation time (version 7) with "
+     "--v7.",
+     "", false, run_uuid},
     {"yaml", "check FILE...\nget FILE [PATH] [--yaml]",
      "Checks YAML files and reads nodes from them. check: reports each parse error as path:line:column: "
      "message. get: prints the node at a dotted path such as jobs.build.steps.0.name (the whole document "
@@ -71,6 +74,8 @@ constexpr option_row option_table[] = {
     {"status", "", "With --check: print nothing, the exit code tells", "", value_kind::none, "", "hash", ""},
     {"yaml", "", "With get: print a map or sequence as block YAML instead of JSON", "", value_kind::none, "",
      "yaml", ""},
+    {"v7", "", "Time-ordered identifiers (version 7) instead of random ones (version 4)", "",
+     value_kind::none, "", "uuid", ""},
     {"count", "n", "How many identifiers", "1", value_kind::integer, "N", "uuid", ""},
     {"file", "", "The store's file name", "settings.json", value_kind::text, "NAME", "settings", ""},
 };

@@ -1,4 +1,5 @@
-// norvane uuid: random version-4 identifiers, one a line.
+// norvane uuid: random identifiers, one a line: version 4, or version 7
+// (time-ordered) with --v7.
 #include "command.hpp"
 
 #include <norvane/hash.hpp>
@@ -15,8 +16,9 @@ int run_uuid(const invocation& call) {
   if (count < 0) {
     throw usage_error("-n needs a count of 0 or more");
   }
+  const bool time_ordered = call.given("v7");
   for (long i = 0; i < count; ++i) {
-    std::cout << norvane::to_string(norvane::uuid()) << '\n';
+    std::cout << norvane::to_string(time_ordered ? norvane::uuid::v7() : norvane::uuid()) << '\n';
   }
   return exit_ok;
 }
