@@ -56,12 +56,6 @@ NORVANE_API std::string get_app_data_path(const std::string& org, const std::str
 NORVANE_API std::string get_app_config_path(const std::string& org, const std::string& app);
 NORVANE_API std::string get_home_path();
 
-// The platform layer: the user's data directories (most preferred first),
-// configuration directory and home directory; empty when unknown.
-NORVANE_API std::vector<std::filesystem::path> user_data_directories();
-NORVANE_API std::filesystem::path user_config_directory();
-NORVANE_API std::filesystem::path user_home_directory();
-
 }  // namespace details
 
 }  // namespace norvane

@@ -3,8 +3,6 @@
 // the container limits of Linux live in cgroup_linux.cpp.
 #pragma once
 
-#include <norvane/export.hpp>
-
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -50,18 +48,18 @@ struct cpuinfo_entry {
 
 // The Linux text formats, parsed without touching the file system. They
 // accept any bytes: lines they cannot read are skipped.
-NORVANE_API std::vector<cpuinfo_entry> parse_cpuinfo(std::string_view text);
+std::vector<cpuinfo_entry> parse_cpuinfo(std::string_view text);
 // The value of `key` in an os-release file, unquoted; empty when absent.
-NORVANE_API std::string os_release_value(std::string_view text, std::string_view key);
+std::string os_release_value(std::string_view text, std::string_view key);
 // The size in bytes of a /proc/meminfo field given in kB; -1 when absent,
 // not a number or too large.
-NORVANE_API std::int64_t meminfo_bytes(std::string_view text, std::string_view key);
+std::int64_t meminfo_bytes(std::string_view text, std::string_view key);
 
 // The host descriptions, read from the files under `root` ("/" on a real
 // host; tests point it at fixture trees).
-NORVANE_API std::vector<host_cpu> read_host_cpus(const std::filesystem::path& root);
-NORVANE_API host_os read_host_os(const std::filesystem::path& root);
-NORVANE_API host_ram read_host_ram(const std::filesystem::path& root);
+std::vector<host_cpu> read_host_cpus(const std::filesystem::path& root);
+host_os read_host_os(const std::filesystem::path& root);
+host_ram read_host_ram(const std::filesystem::path& root);
 
 // The same for the running host, as system_info builds them.
 std::vector<host_cpu> current_host_cpus();
@@ -81,27 +79,27 @@ struct cgroup_directories {
 // /proc/self/cgroup and /proc/self/mountinfo. A v1 hierarchy that carries
 // the controller wins over the unified one, as the kernel lets only one of
 // them govern it; empty when neither is mounted.
-NORVANE_API cgroup_directories find_cgroup(std::string_view proc_cgroup, std::string_view mountinfo,
-                                           std::string_view controller);
+cgroup_directories find_cgroup(std::string_view proc_cgroup, std::string_view mountinfo,
+                               std::string_view controller);
 // The CPUs a quota allows, rounded up: cpu.max ("max 100000", "50000
 // 100000"), or cpu.cfs_quota_us over cpu.cfs_period_us. -1 for no limit and
 // for anything that is not a positive quota over a positive period.
-NORVANE_API std::int64_t cpu_max_cores(std::string_view cpu_max);
-NORVANE_API std::int64_t cfs_quota_cores(std::string_view quota, std::string_view period);
+std::int64_t cpu_max_cores(std::string_view cpu_max);
+std::int64_t cfs_quota_cores(std::string_view quota, std::string_view period);
 // A positive byte limit from memory.max or memory.limit_in_bytes; -1 for
 // "max", "-1", 0 and anything that is not a positive count.
-NORVANE_API std::int64_t cgroup_memory_bytes(std::string_view text);
+std::int64_t cgroup_memory_bytes(std::string_view text);
 
 // The figures a process inside a container should plan with, from the files
 // under `root`. `affinity_cpus` is how many CPUs the process may run on; the
 // result is that, cut by the tightest CPU quota of its cgroup and the
 // cgroups above it, and never below 1.
-NORVANE_API int usable_cores(const std::filesystem::path& root, int affinity_cpus);
+int usable_cores(const std::filesystem::path& root, int affinity_cpus);
 // The tightest memory limit of the process's cgroups when it is below
 // `total_bytes` (or the total is unknown, -1), else `total_bytes`.
-NORVANE_API std::int64_t memory_limit_bytes(const std::filesystem::path& root, std::int64_t total_bytes);
+std::int64_t memory_limit_bytes(const std::filesystem::path& root, std::int64_t total_bytes);
 // MemAvailable of /proc/meminfo; -1 when the kernel does not report it.
-NORVANE_API std::int64_t available_memory_bytes(const std::filesystem::path& root);
+std::int64_t available_memory_bytes(const std::filesystem::path& root);
 
 // The CPUs of this process's affinity mask, or the online count when the
 // mask cannot be read.

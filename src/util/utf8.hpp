@@ -2,8 +2,6 @@
 // them.
 #pragma once
 
-#include <norvane/export.hpp>
-
 #include <cstddef>
 #include <string_view>
 
@@ -20,6 +18,6 @@ struct utf8_fault {
 // at it would silently drop the rest), or a byte that does not start a
 // well-formed sequence (stray continuation, overlong form, surrogate, above
 // U+10FFFF, cut short by the end). Kind none when the text is clean.
-NORVANE_API utf8_fault find_utf8_fault(std::string_view text) noexcept;
+utf8_fault find_utf8_fault(std::string_view text) noexcept;
 
 }  // namespace norvane::details
