@@ -106,6 +106,24 @@ public:
 private:
   node_id append(node_id parent) { return r_.append_child(parent); }
 
+  // A new last child of `parent` carrying `original`'s key, value and type,
+  // not its children. Counted against the alias limit: none past it.
+  node_id append_copy(node_id parent, node_id original) {
+    if (++alias_nodes_ > max_alias_nodes) {
+      return none;
+    }
+    const node_id copy = append(parent);
+    // Read after append, which may move the nodes.
+    const node_data& from = r_.nodes[original];
+    node_data& to = r_.nodes[copy];
+    to.key_ptr = from.key_ptr;
+    to.key_len = from.key_len;
+    to.val_ptr = from.val_ptr;
+    to.val_len = from.val_len;
+    to.type = from.type;
+    return copy;
+  }
+
   void start_document() {
     ++documents_;
     anchors_.clear();
@@ -334,18 +352,11 @@ private:
       const auto [from, to] = work_.back();
       work_.pop_back();
       for (node_id c = r_.nodes[from].first_child; c != none; c = r_.nodes[c].next_sibling) {
-        if (++alias_nodes_ > max_alias_nodes) {
+        const node_id copy = append_copy(to, c);
+        if (copy == none) {
           return false;
         }
-        const node_id copy = append(to);
-        const node_data& original = r_.nodes[c];
-        node_data& n = r_.nodes[copy];
-        n.key_ptr = original.key_ptr;
-        n.key_len = original.key_len;
-        n.val_ptr = original.val_ptr;
-        n.val_len = original.val_len;
-        n.type = original.type;
-        if (original.first_child != none) {
+        if (r_.nodes[c].first_child != none) {
           work_.emplace_back(c, copy);
         }
       }
@@ -410,18 +421,11 @@ private:
             order.push_back(m);
             continue;
           }
-          if (++alias_nodes_ > max_alias_nodes) {
+          const node_id copy = append_copy(scratch, m);
+          if (copy == none) {
             return false;
           }
-          const node_id copy = append(scratch);
-          const node_data& original = r_.nodes[m];
-          node_data& n = r_.nodes[copy];
-          n.key_ptr = original.key_ptr;
-          n.key_len = original.key_len;
-          n.val_ptr = original.val_ptr;
-          n.val_len = original.val_len;
-          n.type = original.type;
-          if (original.first_child != none && !copy_subtree(m, copy)) {
+          if (r_.nodes[m].first_child != none && !copy_subtree(m, copy)) {
             return false;
           }
           order.push_back(copy);
