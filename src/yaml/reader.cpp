@@ -7,6 +7,7 @@
 #include "yaml/access.hpp"
 #include "yaml/text_position.hpp"
 #include "yaml/tree_builder.hpp"
+#include "yaml/unsafe_input.hpp"
 
 #include <libfyaml.h>
 
@@ -69,6 +70,10 @@ bool read_into(tree& t, std::string_view source_name, std::string_view text, con
     const bool nul = fault.kind == norvane::details::utf8_fault_kind::nul_byte;
     return fail_at(nul ? "NUL byte in the document" : "invalid UTF-8 sequence",
                    locate(source_name, text, fault.offset));
+  }
+
+  if (const std::size_t tab = find_tab_before_block_indicator(text); tab != std::string_view::npos) {
+    return fail_at("cannot use tab for indentation of block entry", locate(source_name, text, tab));
   }
 
   char* source = rec.arena.alloc_exact(text.size());

@@ -161,6 +161,15 @@ TEST(YamlHostileInput, DuplicateKeysAndTabsGiveSaneResults) {
   EXPECT_EQ(dup.doc[1].as<int>(), 2);
 
   EXPECT_EQ(read("a:\n\tb: 1\n").errors.at(0), "file:2:1 (3B): tab character may not be used as indentation");
+  // libfyaml frees its pending key twice on these; the reader refuses them first.
+  for (const char* text : {"- s: \n- ? eaon0\t:\t: h", "? a\t:\t- b\n", "? k :  \t|\n  x\n"}) {
+    const result r = read(text);
+    ASSERT_EQ(r.errors.size(), 1u) << text;
+    EXPECT_NE(r.errors[0].find("cannot use tab for indentation of block entry"), std::string::npos)
+        << r.errors[0];
+  }
+  EXPECT_TRUE(read("? a\n: b\nc: x\t| y\n").errors.empty())
+      << "a tab inside a plain scalar is not indentation";
   const result tab_in_value = read("a: x\ty\n");
   ASSERT_TRUE(tab_in_value.errors.empty());
   EXPECT_EQ(tab_in_value.doc["a"].as<std::string>(), "x\ty");
