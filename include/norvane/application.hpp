@@ -5,6 +5,7 @@
 
 #include <norvane/export.hpp>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -67,7 +68,7 @@ public:
 
 private:
   static application_core* self;
-  application_core_pimpl* impl_;
+  std::unique_ptr<application_core_pimpl> impl_;
 };
 
 // The file of the loaded image (executable or shared library) whose code

@@ -6,6 +6,7 @@
 #include <norvane/export.hpp>
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -82,7 +83,7 @@ public:
   std::string completion_script(shell target) const;
 
 private:
-  pimpl* impl_;
+  std::unique_ptr<pimpl> impl_;
 };
 
 }  // namespace norvane

@@ -47,7 +47,7 @@ public:
   bool is_updating() const noexcept;
 
 private:
-  pimpl* impl_;
+  std::unique_ptr<pimpl> impl_;
 };
 
 // The identifier of an event type's default queue, the same in every

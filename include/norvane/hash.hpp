@@ -8,6 +8,7 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -58,7 +59,7 @@ protected:
   hasher_pimpl& handle() const noexcept { return *impl_; }
 
 private:
-  hasher_pimpl* impl_;
+  std::unique_ptr<hasher_pimpl> impl_;
 };
 
 class NORVANE_API sha1_hasher : public hasher {

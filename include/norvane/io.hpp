@@ -10,6 +10,7 @@
 #include <chrono>
 #include <filesystem>
 #include <ios>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -108,12 +109,12 @@ public:
 
 protected:
   // For derived devices, to reach the record they built.
-  io_device_pimpl& pimpl() const noexcept { return *pimpl_; }
+  io_device_pimpl& pimpl() const noexcept { return *impl_; }
 
 private:
   void throw_if_masked() const;
 
-  io_device_pimpl* pimpl_;
+  std::unique_ptr<io_device_pimpl> impl_;
 };
 
 // A device over caller memory. The logical stream may be laid over the
@@ -290,7 +291,7 @@ public:
   const std::filesystem::path& path() const;
 
 private:
-  pimpl* impl_;
+  std::unique_ptr<pimpl> impl_;
 };
 
 }  // namespace norvane

@@ -45,10 +45,10 @@ public:
   log_msg(const log_msg&) = delete;
   log_msg& operator=(const log_msg&) = delete;
 
-  const spdlog::details::log_msg& backend() const noexcept { return *msg_; }
+  const spdlog::details::log_msg& backend() const noexcept { return *impl_; }
 
 private:
-  spdlog::details::log_msg* msg_;
+  std::unique_ptr<spdlog::details::log_msg> impl_;
 };
 
 struct log_sink_pimpl;
@@ -69,7 +69,7 @@ public:
   log_sink_pimpl& handle() const noexcept { return *impl_; }
 
 private:
-  log_sink_pimpl* impl_;
+  std::unique_ptr<log_sink_pimpl> impl_;
 };
 
 // Swallows every message.
@@ -283,7 +283,7 @@ public:
   }
 
 private:
-  pimpl* impl_;
+  std::unique_ptr<pimpl> impl_;
 };
 
 using logger_registry = std::unordered_map<std::string, std::shared_ptr<log_stream>>;

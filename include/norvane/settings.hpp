@@ -24,6 +24,7 @@
 // the dictionary itself.
 #include <nlohmann/json_fwd.hpp>
 
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -75,7 +76,7 @@ public:
   bool remove(std::string_view key);
 
 private:
-  pimpl* impl_;
+  std::unique_ptr<pimpl> impl_;
 };
 
 namespace details {

@@ -5,6 +5,7 @@
 
 #include <norvane/export.hpp>
 
+#include <memory>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -49,7 +50,7 @@ public:
   explicit operator bool() const noexcept;
 
 private:
-  pimpl* impl_;
+  std::unique_ptr<pimpl> impl_;
 };
 
 // Same value and same category object; contexts take no part.

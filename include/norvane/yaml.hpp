@@ -11,6 +11,7 @@
 #include <concepts>
 #include <cstddef>
 #include <iterator>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -177,7 +178,7 @@ public:
 
 private:
   friend struct details::access;
-  pimpl* d_;
+  std::unique_ptr<pimpl> impl_;
 };
 
 // One step of a walk: the child's handle, which also splits into its key

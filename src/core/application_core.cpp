@@ -58,10 +58,7 @@ application_core::application_core(int argc, char** argv)
 
 application_core::application_core(application_core_pimpl& impl) : impl_(&impl) { self = impl_->owner; }
 
-application_core::~application_core() {
-  self = nullptr;
-  delete impl_;
-}
+application_core::~application_core() { self = nullptr; }
 
 application_core* application_core::instance() noexcept { return self; }
 

@@ -68,7 +68,7 @@ void cmdline_parser::pimpl::convert(const cxxopts::ParseResult& result) {
 cmdline_parser::cmdline_parser(std::string program, std::string description)
     : impl_(new pimpl(std::move(program), std::move(description))) {}
 
-cmdline_parser::~cmdline_parser() { delete impl_; }
+cmdline_parser::~cmdline_parser() = default;
 
 void cmdline_parser::add_option(std::string_view short_name, std::string_view long_name,
                                 std::string_view description, bool default_value) noexcept {

@@ -16,7 +16,6 @@ signal_dispatcher::~signal_dispatcher() {
   // Pending functions go before the dispatcher: they may refer to listeners
   // that the dispatcher's handlers still point at.
   impl_->delayed_events.clear();
-  delete impl_;
 }
 
 custom_dispatcher<std::allocator<void>>& signal_dispatcher::handle() const noexcept {

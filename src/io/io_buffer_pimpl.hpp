@@ -5,13 +5,12 @@
 
 #include <norvane/io.hpp>
 
+#include <memory>
+
 namespace norvane {
 
 struct io_buffer_pimpl : io_device_pimpl {
-  io_buffer_pimpl() : buffer(new memory_raw_buffer) {}
-  ~io_buffer_pimpl() override { delete buffer; }
-
-  memory_raw_buffer* buffer;
+  std::unique_ptr<memory_raw_buffer> buffer = std::make_unique<memory_raw_buffer>();
 };
 
 }  // namespace norvane

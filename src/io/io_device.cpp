@@ -41,46 +41,46 @@ std::int64_t readable_count(std::int64_t position, std::int64_t end, std::int64_
 
 io_device_pimpl::~io_device_pimpl() { delete[] name; }
 
-io_device::io_device() : pimpl_(new io_device_pimpl) {}
+io_device::io_device() : impl_(new io_device_pimpl) {}
 
-io_device::io_device(io_device_pimpl& pimpl) noexcept : pimpl_(&pimpl) {}
+io_device::io_device(io_device_pimpl& pimpl) noexcept : impl_(&pimpl) {}
 
-io_device::~io_device() { delete pimpl_; }
+io_device::~io_device() = default;
 
-bool io_device::is_good() const noexcept { return pimpl_->state == 0; }
+bool io_device::is_good() const noexcept { return impl_->state == 0; }
 
-bool io_device::at_end() const noexcept { return (pimpl_->state & eofbit) != 0; }
+bool io_device::at_end() const noexcept { return (impl_->state & eofbit) != 0; }
 
-bool io_device::has_failure() const noexcept { return (pimpl_->state & (badbit | failbit)) != 0; }
+bool io_device::has_failure() const noexcept { return (impl_->state & (badbit | failbit)) != 0; }
 
-bool io_device::has_error() const noexcept { return (pimpl_->state & badbit) != 0; }
+bool io_device::has_error() const noexcept { return (impl_->state & badbit) != 0; }
 
-unsigned int io_device::state() const noexcept { return pimpl_->state; }
+unsigned int io_device::state() const noexcept { return impl_->state; }
 
 void io_device::throw_if_masked() const {
-  if ((pimpl_->state & pimpl_->exceptions) != 0) {
+  if ((impl_->state & impl_->exceptions) != 0) {
     throw std::system_error(std::make_error_code(std::io_errc::stream));
   }
 }
 
 void io_device::set_state(unsigned int bits) {
-  pimpl_->state |= bits;
+  impl_->state |= bits;
   throw_if_masked();
 }
 
 void io_device::clear(unsigned int state) {
-  pimpl_->state = state;
+  impl_->state = state;
   throw_if_masked();
 }
 
-unsigned int io_device::exceptions() const noexcept { return pimpl_->exceptions; }
+unsigned int io_device::exceptions() const noexcept { return impl_->exceptions; }
 
 void io_device::set_exceptions(unsigned int mask) {
-  pimpl_->exceptions = mask;
+  impl_->exceptions = mask;
   throw_if_masked();
 }
 
-const char* io_device::name() const noexcept { return pimpl_->name; }
+const char* io_device::name() const noexcept { return impl_->name; }
 
 void io_device::set_name(const char* name) {
   char* copy = nullptr;
@@ -89,13 +89,13 @@ void io_device::set_name(const char* name) {
     copy = new char[length + 1];
     std::memcpy(copy, name, length + 1);
   }
-  delete[] pimpl_->name;
-  pimpl_->name = copy;
+  delete[] impl_->name;
+  impl_->name = copy;
 }
 
-unsigned int io_device::open_mode() const noexcept { return pimpl_->open_mode; }
+unsigned int io_device::open_mode() const noexcept { return impl_->open_mode; }
 
-void io_device::set_open_mode(unsigned int mode) noexcept { pimpl_->open_mode = mode; }
+void io_device::set_open_mode(unsigned int mode) noexcept { impl_->open_mode = mode; }
 
 bool io_device::verify_open_mode(unsigned int mode) {
   const bool trunc_without_out = (mode & (trunc | out)) == trunc;

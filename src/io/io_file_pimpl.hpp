@@ -5,13 +5,12 @@
 
 #include <norvane/io.hpp>
 
+#include <memory>
+
 namespace norvane {
 
 struct io_file_pimpl : io_device_pimpl {
-  io_file_pimpl() : file(new memory_mapped_buffer) {}
-  ~io_file_pimpl() override { delete file; }
-
-  memory_mapped_buffer* file;
+  std::unique_ptr<memory_mapped_buffer> file = std::make_unique<memory_mapped_buffer>();
 };
 
 }  // namespace norvane

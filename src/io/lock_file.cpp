@@ -152,7 +152,7 @@ lock_file::holder_info lock_file::pimpl::holder() const {
 
 lock_file::lock_file(const std::filesystem::path& path) : impl_(new pimpl(path)) {}
 
-lock_file::~lock_file() { delete impl_; }
+lock_file::~lock_file() = default;
 
 bool lock_file::try_lock() {
   const auto ec = impl_->try_lock();

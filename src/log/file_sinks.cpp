@@ -3,7 +3,8 @@
 #include "log/file_sink.hpp"
 #include "log/json_lines_formatter.hpp"
 #include "log/log_sink_pimpl.hpp"
-#include "norvane/log.hpp"
+
+#include <norvane/log.hpp>
 
 #include <spdlog/common.h>
 #include <spdlog/details/null_mutex.h>

@@ -2,7 +2,8 @@
 // layout in place of the default one.
 #include "log/json_lines_formatter.hpp"
 #include "log/log_sink_pimpl.hpp"
-#include "norvane/log.hpp"
+
+#include <norvane/log.hpp>
 
 #include <spdlog/details/console_globals.h>
 #include <spdlog/sinks/stdout_sinks.h>

@@ -1,7 +1,8 @@
 // The sink family: each class picks one spdlog sink and its locking policy.
 // The file sinks, which share one file record, are in file_sinks.cpp.
 #include "log/log_sink_pimpl.hpp"
-#include "norvane/log.hpp"
+
+#include <norvane/log.hpp>
 
 #include <spdlog/details/console_globals.h>
 #include <spdlog/details/null_mutex.h>
@@ -36,7 +37,7 @@ using console_mutex = spdlog::details::console_mutex;
 
 log_sink::log_sink(log_sink_pimpl& impl) noexcept : impl_(&impl) {}
 
-log_sink::~log_sink() { delete impl_; }
+log_sink::~log_sink() = default;
 
 log_sink_null::log_sink_null() : log_sink(make_pimpl<spdlog::sinks::null_sink<null_mutex>>()) {}
 log_sink_null::~log_sink_null() = default;

@@ -21,7 +21,7 @@ log_stream::log_stream(std::string name, std::shared_ptr<log_sink> sink)
   set_level(log_level::off);
 }
 
-log_stream::~log_stream() { delete impl_; }
+log_stream::~log_stream() = default;
 
 const std::string& log_stream::name() const { return impl_->name(); }
 

@@ -1,5 +1,5 @@
 // The process-wide registry of named loggers and its defaults.
-#include "norvane/log.hpp"
+#include <norvane/log.hpp>
 
 namespace norvane {
 namespace details {

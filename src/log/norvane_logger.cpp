@@ -1,5 +1,5 @@
 // The library's own logger, "norvane", made and registered at first use.
-#include "norvane/log.hpp"
+#include <norvane/log.hpp>
 
 norvane_logger::norvane_logger()
     : logger(norvane::register_logger(norvane::make_default_logger("norvane"), true)) {}

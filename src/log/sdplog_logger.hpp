@@ -1,7 +1,7 @@
 // The spdlog logger behind a log_stream, and the stream's private record.
 #pragma once
 
-#include "norvane/log.hpp"
+#include <norvane/log.hpp>
 
 #include <spdlog/logger.h>
 

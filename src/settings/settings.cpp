@@ -232,7 +232,6 @@ settings::~settings() {
   if (impl_->modified) {
     sync();
   }
-  delete impl_;
 }
 
 void settings::sync() {

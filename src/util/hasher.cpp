@@ -7,7 +7,7 @@ namespace norvane {
 
 hasher::hasher(hasher_pimpl& impl) noexcept : impl_(&impl) {}
 
-hasher::~hasher() { delete impl_; }
+hasher::~hasher() = default;
 
 void hasher::update(const void* data, std::size_t size) {
   impl_->absorb(data, size);

@@ -21,7 +21,7 @@ status::status(int value, const std::error_category& category, std::vector<std::
 
 status::status(const status& other) : impl_(new pimpl(*other.impl_)) {}
 
-status::status(status&& other) noexcept : impl_(std::exchange(other.impl_, nullptr)) {}
+status::status(status&& other) noexcept : impl_(std::move(other.impl_)) {}
 
 status& status::operator=(const status& other) {
   if (this != &other) {
@@ -33,13 +33,11 @@ status& status::operator=(const status& other) {
 }
 
 status& status::operator=(status&& other) noexcept {
-  delete impl_;
-  impl_ = other.impl_;
-  other.impl_ = nullptr;
+  impl_ = std::move(other.impl_);
   return *this;
 }
 
-status::~status() { delete impl_; }
+status::~status() = default;
 
 int status::value() const noexcept { return impl_->value; }
 

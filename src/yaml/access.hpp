@@ -7,9 +7,9 @@
 namespace norvane::yaml::details {
 
 struct access {
-  static tree::record& rec(tree& t) noexcept { return *t.d_; }
-  static const tree::record& rec(const tree& t) noexcept { return *t.d_; }
-  static ryml_wrapper::pimpl* impl(const ryml_wrapper& handle) noexcept { return handle.d_; }
+  static tree::record& rec(tree& t) noexcept { return *t.impl_; }
+  static const tree::record& rec(const tree& t) noexcept { return *t.impl_; }
+  static ryml_wrapper::pimpl* impl(const ryml_wrapper& handle) noexcept { return handle.impl_.get(); }
 };
 
 }  // namespace norvane::yaml::details

@@ -75,26 +75,26 @@ ryml_wrapper empty_handle() { return ryml_wrapper(nullptr, node_ref(), details::
 
 }  // namespace
 
-ryml_wrapper::ryml_wrapper() : d_(new pimpl) {
-  d_->t = new tree();
-  d_->node = node_ref(d_->t, d_->t->root_id());
-  d_->share_count = details::new_share_counter(1);
+ryml_wrapper::ryml_wrapper() : impl_(new pimpl) {
+  impl_->t = new tree();
+  impl_->node = node_ref(impl_->t, impl_->t->root_id());
+  impl_->share_count = details::new_share_counter(1);
 }
 
-ryml_wrapper::ryml_wrapper(tree* t, node_ref node, std::atomic<long>* count) : d_(new pimpl) {
-  d_->t = t;
-  d_->node = node;
-  d_->share_count = count;
+ryml_wrapper::ryml_wrapper(tree* t, node_ref node, std::atomic<long>* count) : impl_(new pimpl) {
+  impl_->t = t;
+  impl_->node = node;
+  impl_->share_count = count;
   parse_value();
-  d_->incr();
+  impl_->incr();
 }
 
-ryml_wrapper::ryml_wrapper(const ryml_wrapper& other) : d_(new pimpl) {
-  if (other.d_ == nullptr) {
-    d_->share_count = details::new_share_counter(1);
+ryml_wrapper::ryml_wrapper(const ryml_wrapper& other) : impl_(new pimpl) {
+  if (other.impl_ == nullptr) {
+    impl_->share_count = details::new_share_counter(1);
     return;
   }
-  copy_share(*d_, *other.d_);
+  copy_share(*impl_, *other.impl_);
   parse_value();
 }
 
@@ -102,136 +102,155 @@ ryml_wrapper& ryml_wrapper::operator=(const ryml_wrapper& other) {
   if (this == &other) {
     return *this;
   }
-  if (d_ == nullptr) {
-    d_ = new pimpl;
+  if (impl_ == nullptr) {
+    impl_ = std::make_unique<pimpl>();
   } else {
-    release_share(*d_);
-    free_counter_if_unused(*d_);
+    release_share(*impl_);
+    free_counter_if_unused(*impl_);
   }
-  if (other.d_ == nullptr) {
-    d_->share_count = details::new_share_counter(1);
-    d_->value = details::scalar_value{};
+  if (other.impl_ == nullptr) {
+    impl_->share_count = details::new_share_counter(1);
+    impl_->value = details::scalar_value{};
     return *this;
   }
-  copy_share(*d_, *other.d_);
-  d_->value = other.d_->value;
+  copy_share(*impl_, *other.impl_);
+  impl_->value = other.impl_->value;
   return *this;
 }
 
-ryml_wrapper::ryml_wrapper(ryml_wrapper&& other) noexcept : d_(other.d_) { other.d_ = nullptr; }
+ryml_wrapper::ryml_wrapper(ryml_wrapper&& other) noexcept : impl_(std::move(other.impl_)) {}
 
 ryml_wrapper& ryml_wrapper::operator=(ryml_wrapper&& other) noexcept {
-  std::swap(d_, other.d_);
+  impl_.swap(other.impl_);
   return *this;
 }
 
 ryml_wrapper::~ryml_wrapper() {
-  if (d_ == nullptr) {
+  if (impl_ == nullptr) {
     return;
   }
-  release_share(*d_);
-  free_counter_if_unused(*d_);
-  delete d_;
+  release_share(*impl_);
+  free_counter_if_unused(*impl_);
 }
 
 void ryml_wrapper::clear() {
-  if (d_ != nullptr) {
-    release_share(*d_);
+  if (impl_ != nullptr) {
+    release_share(*impl_);
   }
 }
 
 long ryml_wrapper::use_count() const {
-  return d_ != nullptr && d_->share_count != nullptr ? d_->share_count->load(std::memory_order_seq_cst) : 0;
+  return impl_ != nullptr && impl_->share_count != nullptr
+             ? impl_->share_count->load(std::memory_order_seq_cst)
+             : 0;
 }
 
 void ryml_wrapper::parse_value() {
-  if (d_ == nullptr) {
+  if (impl_ == nullptr) {
     return;
   }
-  d_->value = has_val(d_) ? details::classify(d_->t->val(d_->node.id())) : details::scalar_value{};
+  impl_->value =
+      has_val(impl_.get()) ? details::classify(impl_->t->val(impl_->node.id())) : details::scalar_value{};
 }
 
-bool ryml_wrapper::is_valid() const { return addresses_node(d_); }
-bool ryml_wrapper::is_array() const { return addresses_node(d_) && (flags_of(d_) & SEQ) != 0; }
-bool ryml_wrapper::is_object() const { return addresses_node(d_) && (flags_of(d_) & MAP) != 0; }
+bool ryml_wrapper::is_valid() const { return addresses_node(impl_.get()); }
+bool ryml_wrapper::is_array() const {
+  return addresses_node(impl_.get()) && (flags_of(impl_.get()) & SEQ) != 0;
+}
+bool ryml_wrapper::is_object() const {
+  return addresses_node(impl_.get()) && (flags_of(impl_.get()) & MAP) != 0;
+}
 bool ryml_wrapper::is_structured() const {
-  return addresses_node(d_) && (flags_of(d_) & container_bits) != 0;
+  return addresses_node(impl_.get()) && (flags_of(impl_.get()) & container_bits) != 0;
 }
-bool ryml_wrapper::is_primitive() const { return has_val(d_); }
-bool ryml_wrapper::is_null() const { return has_val(d_) && d_->t->val(d_->node.id()).data() == nullptr; }
-bool ryml_wrapper::is_boolean() const { return has_val(d_) && d_->value.kind == scalar_kind::boolean; }
-bool ryml_wrapper::is_number_integer() const { return has_val(d_) && d_->value.kind == scalar_kind::integer; }
+bool ryml_wrapper::is_primitive() const { return has_val(impl_.get()); }
+bool ryml_wrapper::is_null() const {
+  return has_val(impl_.get()) && impl_->t->val(impl_->node.id()).data() == nullptr;
+}
+bool ryml_wrapper::is_boolean() const {
+  return has_val(impl_.get()) && impl_->value.kind == scalar_kind::boolean;
+}
+bool ryml_wrapper::is_number_integer() const {
+  return has_val(impl_.get()) && impl_->value.kind == scalar_kind::integer;
+}
 bool ryml_wrapper::is_number_unsigned() const {
-  return has_val(d_) && d_->value.kind == scalar_kind::integer && d_->value.i >= 0;
+  return has_val(impl_.get()) && impl_->value.kind == scalar_kind::integer && impl_->value.i >= 0;
 }
-bool ryml_wrapper::is_number_float() const { return has_val(d_) && d_->value.kind == scalar_kind::floating; }
+bool ryml_wrapper::is_number_float() const {
+  return has_val(impl_.get()) && impl_->value.kind == scalar_kind::floating;
+}
 bool ryml_wrapper::is_number() const {
-  return has_val(d_) && (d_->value.kind == scalar_kind::integer || d_->value.kind == scalar_kind::floating);
+  return has_val(impl_.get()) &&
+         (impl_->value.kind == scalar_kind::integer || impl_->value.kind == scalar_kind::floating);
 }
-bool ryml_wrapper::is_string() const { return has_val(d_) && d_->value.kind == scalar_kind::string; }
+bool ryml_wrapper::is_string() const {
+  return has_val(impl_.get()) && impl_->value.kind == scalar_kind::string;
+}
 
 bool ryml_wrapper::has_value() const {
-  return has_val(d_) && d_->t->val(d_->node.id()).data() != nullptr && (flags_of(d_) & VALNIL) == 0;
+  return has_val(impl_.get()) && impl_->t->val(impl_->node.id()).data() != nullptr &&
+         (flags_of(impl_.get()) & VALNIL) == 0;
 }
 
-bool ryml_wrapper::is_quoted() const { return has_val(d_) && (flags_of(d_) & VALQUO) != 0; }
+bool ryml_wrapper::is_quoted() const { return has_val(impl_.get()) && (flags_of(impl_.get()) & VALQUO) != 0; }
 
 std::size_t ryml_wrapper::size() const {
-  if (!addresses_node(d_)) {
+  if (!addresses_node(impl_.get())) {
     return 0;
   }
-  const node_type f = flags_of(d_);
-  if ((f & VAL) != 0 && d_->t->val(d_->node.id()).data() == nullptr) {
+  const node_type f = flags_of(impl_.get());
+  if ((f & VAL) != 0 && impl_->t->val(impl_->node.id()).data() == nullptr) {
     return 0;
   }
   if ((f & container_bits) == 0) {
     return 1;
   }
-  return d_->t->num_children(d_->node.id());
+  return impl_->t->num_children(impl_->node.id());
 }
 
 std::string_view ryml_wrapper::key() const {
-  if (!addresses_node(d_) || (flags_of(d_) & KEY) == 0) {
+  if (!addresses_node(impl_.get()) || (flags_of(impl_.get()) & KEY) == 0) {
     return {};
   }
-  return d_->t->key(d_->node.id());
+  return impl_->t->key(impl_->node.id());
 }
 
 ryml_wrapper ryml_wrapper::operator[](std::size_t index) {
-  if (!addresses_node(d_) || (flags_of(d_) & container_bits) == 0) {
+  if (!addresses_node(impl_.get()) || (flags_of(impl_.get()) & container_bits) == 0) {
     return empty_handle();
   }
-  const std::size_t c = d_->t->child(d_->node.id(), index);
-  const node_ref target = c != npos ? node_ref(d_->t, c) : node_ref(d_->t, d_->node.id(), index);
-  return ryml_wrapper(d_->t, target, d_->share_count);
+  const std::size_t c = impl_->t->child(impl_->node.id(), index);
+  const node_ref target = c != npos ? node_ref(impl_->t, c) : node_ref(impl_->t, impl_->node.id(), index);
+  return ryml_wrapper(impl_->t, target, impl_->share_count);
 }
 
 ryml_wrapper ryml_wrapper::operator[](std::size_t index) const {
-  if (!addresses_node(d_) || (flags_of(d_) & container_bits) == 0 ||
-      index >= d_->t->num_children(d_->node.id())) {
+  if (!addresses_node(impl_.get()) || (flags_of(impl_.get()) & container_bits) == 0 ||
+      index >= impl_->t->num_children(impl_->node.id())) {
     return empty_handle();
   }
-  return ryml_wrapper(d_->t, node_ref(d_->t, d_->t->child(d_->node.id(), index)), d_->share_count);
+  return ryml_wrapper(impl_->t, node_ref(impl_->t, impl_->t->child(impl_->node.id(), index)),
+                      impl_->share_count);
 }
 
 ryml_wrapper ryml_wrapper::operator[](std::string_view key) {
-  if (!addresses_node(d_) || (flags_of(d_) & MAP) == 0) {
+  if (!addresses_node(impl_.get()) || (flags_of(impl_.get()) & MAP) == 0) {
     return empty_handle();
   }
-  const std::size_t c = d_->t->find_child(d_->node.id(), key);
-  const node_ref target = c != npos ? node_ref(d_->t, c) : node_ref(d_->t, d_->node.id(), key);
-  return ryml_wrapper(d_->t, target, d_->share_count);
+  const std::size_t c = impl_->t->find_child(impl_->node.id(), key);
+  const node_ref target = c != npos ? node_ref(impl_->t, c) : node_ref(impl_->t, impl_->node.id(), key);
+  return ryml_wrapper(impl_->t, target, impl_->share_count);
 }
 
 ryml_wrapper ryml_wrapper::operator[](std::string_view key) const {
-  if (!addresses_node(d_) || (flags_of(d_) & MAP) == 0) {
+  if (!addresses_node(impl_.get()) || (flags_of(impl_.get()) & MAP) == 0) {
     return empty_handle();
   }
-  const std::size_t c = d_->t->find_child(d_->node.id(), key);
+  const std::size_t c = impl_->t->find_child(impl_->node.id(), key);
   if (c == npos) {
     return empty_handle();
   }
-  return ryml_wrapper(d_->t, node_ref(d_->t, c), d_->share_count);
+  return ryml_wrapper(impl_->t, node_ref(impl_->t, c), impl_->share_count);
 }
 
 namespace {
@@ -252,51 +271,53 @@ void write_value(ryml_wrapper::pimpl* d, std::string_view text) {
 }  // namespace
 
 void ryml_wrapper::assign_primitive_impl(bool value) {
-  if (d_ == nullptr || d_->t == nullptr) {
+  if (impl_ == nullptr || impl_->t == nullptr) {
     return;
   }
-  write_value(d_, d_->t->copy_to_arena(value ? "true" : "false"));
+  write_value(impl_.get(), impl_->t->copy_to_arena(value ? "true" : "false"));
 }
 
 void ryml_wrapper::assign_primitive_impl(long long value) {
-  if (d_ == nullptr || d_->t == nullptr) {
+  if (impl_ == nullptr || impl_->t == nullptr) {
     return;
   }
   char buf[24];
   const auto r = std::to_chars(buf, buf + sizeof buf, value);
-  write_value(d_, d_->t->copy_to_arena(std::string_view(buf, static_cast<std::size_t>(r.ptr - buf))));
+  write_value(impl_.get(),
+              impl_->t->copy_to_arena(std::string_view(buf, static_cast<std::size_t>(r.ptr - buf))));
 }
 
 void ryml_wrapper::assign_primitive_impl(double value) {
-  if (d_ == nullptr || d_->t == nullptr) {
+  if (impl_ == nullptr || impl_->t == nullptr) {
     return;
   }
   char buf[32];
   const auto r = std::to_chars(buf, buf + sizeof buf, value);
-  write_value(d_, d_->t->copy_to_arena(std::string_view(buf, static_cast<std::size_t>(r.ptr - buf))));
+  write_value(impl_.get(),
+              impl_->t->copy_to_arena(std::string_view(buf, static_cast<std::size_t>(r.ptr - buf))));
 }
 
 void ryml_wrapper::assign_primitive_impl(std::string_view value) {
-  if (d_ == nullptr || d_->t == nullptr) {
+  if (impl_ == nullptr || impl_->t == nullptr) {
     return;
   }
-  write_value(d_, d_->t->copy_to_arena(value));
+  write_value(impl_.get(), impl_->t->copy_to_arena(value));
 }
 
 void ryml_wrapper::extract_primitive_impl(bool& out) const {
-  if (d_ != nullptr && d_->value.kind == scalar_kind::boolean) {
-    out = d_->value.b;
+  if (impl_ != nullptr && impl_->value.kind == scalar_kind::boolean) {
+    out = impl_->value.b;
   }
 }
 
 void ryml_wrapper::extract_primitive_impl(long long& out) const {
-  if (d_ == nullptr) {
+  if (impl_ == nullptr) {
     return;
   }
-  if (d_->value.kind == scalar_kind::integer) {
-    out = d_->value.i;
-  } else if (d_->value.kind == scalar_kind::floating) {
-    const double f = d_->value.f;
+  if (impl_->value.kind == scalar_kind::integer) {
+    out = impl_->value.i;
+  } else if (impl_->value.kind == scalar_kind::floating) {
+    const double f = impl_->value.f;
     constexpr double limit = 9223372036854775808.0;  // 2^63
     if (std::isnan(f)) {
       return;
@@ -312,28 +333,28 @@ void ryml_wrapper::extract_primitive_impl(long long& out) const {
 }
 
 void ryml_wrapper::extract_primitive_impl(double& out) const {
-  if (d_ == nullptr) {
+  if (impl_ == nullptr) {
     return;
   }
-  if (d_->value.kind == scalar_kind::floating) {
-    out = d_->value.f;
-  } else if (d_->value.kind == scalar_kind::integer) {
-    out = static_cast<double>(d_->value.i);
+  if (impl_->value.kind == scalar_kind::floating) {
+    out = impl_->value.f;
+  } else if (impl_->value.kind == scalar_kind::integer) {
+    out = static_cast<double>(impl_->value.i);
   }
 }
 
 void ryml_wrapper::extract_primitive_impl(std::string& out) const noexcept {
-  if (!has_val(d_)) {
+  if (!has_val(impl_.get())) {
     // A map, a sequence or an untyped root has no text: it reads as "".
     out.clear();
     return;
   }
-  const std::size_t id = d_->node.id();
-  const std::string_view text = d_->t->val(id);
-  if (!text.empty() && (flags_of(d_) & VALNIL) != 0) {
+  const std::size_t id = impl_->node.id();
+  const std::string_view text = impl_->t->val(id);
+  if (!text.empty() && (flags_of(impl_.get()) & VALNIL) != 0) {
     // Raising inside a function that must not throw: a throwing handler
     // ends the process here, as the default handler does.
-    raise_error(d_->t->get_callbacks(), "could not deserialize value", location{});
+    raise_error(impl_->t->get_callbacks(), "could not deserialize value", location{});
     return;
   }
   out.assign(text.data() != nullptr ? text.data() : "", text.size());
@@ -350,15 +371,15 @@ ryml_wrapper::iterator ryml_wrapper::begin() const {
   if (n == 0) {
     return end();
   }
-  const std::size_t id = d_->node.id();
-  if ((flags_of(d_) & container_bits) == 0) {
-    return iterator(d_->t, d_->share_count, id, false);
+  const std::size_t id = impl_->node.id();
+  if ((flags_of(impl_.get()) & container_bits) == 0) {
+    return iterator(impl_->t, impl_->share_count, id, false);
   }
-  return iterator(d_->t, d_->share_count, d_->t->first_child(id), true);
+  return iterator(impl_->t, impl_->share_count, impl_->t->first_child(id), true);
 }
 
 ryml_wrapper::iterator ryml_wrapper::end() const {
-  return addresses_node(d_) ? iterator(d_->t, d_->share_count, npos, false) : iterator();
+  return addresses_node(impl_.get()) ? iterator(impl_->t, impl_->share_count, npos, false) : iterator();
 }
 
 element ryml_wrapper::iterator::operator*() const {

@@ -10,6 +10,7 @@
 namespace norvane::yaml {
 
 struct ryml_wrapper::pimpl {
+  // Raw: every handle on the tree shares it, and the last share released frees it.
   tree* t = nullptr;
   node_ref node;
   std::atomic<long>* share_count = nullptr;

@@ -168,92 +168,92 @@ void raise_error(const callbacks& cb, std::string_view message, const location& 
 
 tree::tree() : tree(yaml::get_callbacks()) {}
 
-tree::tree(const callbacks& cb) : d_(new record) {
-  d_->cb = cb;
-  d_->reset_to_root();
+tree::tree(const callbacks& cb) : impl_(new record) {
+  impl_->cb = cb;
+  impl_->reset_to_root();
 }
 
-tree::tree(const tree& other) : d_(new record) { d_->copy_from(*other.d_); }
+tree::tree(const tree& other) : impl_(new record) { impl_->copy_from(*other.impl_); }
 
 tree& tree::operator=(const tree& other) {
   if (this != &other) {
     record copy;
-    copy.copy_from(*other.d_);
-    d_->nodes.swap(copy.nodes);
-    d_->arena = std::move(copy.arena);
-    d_->cb = copy.cb;
+    copy.copy_from(*other.impl_);
+    impl_->nodes.swap(copy.nodes);
+    impl_->arena = std::move(copy.arena);
+    impl_->cb = copy.cb;
   }
   return *this;
 }
 
-tree::tree(tree&& other) noexcept : d_(other.d_) { other.d_ = nullptr; }
+tree::tree(tree&& other) noexcept : impl_(std::move(other.impl_)) {}
 
 tree& tree::operator=(tree&& other) noexcept {
-  std::swap(d_, other.d_);
+  impl_.swap(other.impl_);
   return *this;
 }
 
-tree::~tree() { delete d_; }
+tree::~tree() = default;
 
-void tree::clear() { d_->reset_to_root(); }
+void tree::clear() { impl_->reset_to_root(); }
 
-std::size_t tree::size() const noexcept { return d_->nodes.size(); }
-std::size_t tree::arena_size() const noexcept { return d_->arena.size(); }
-const callbacks& tree::get_callbacks() const noexcept { return d_->cb; }
+std::size_t tree::size() const noexcept { return impl_->nodes.size(); }
+std::size_t tree::arena_size() const noexcept { return impl_->arena.size(); }
+const callbacks& tree::get_callbacks() const noexcept { return impl_->cb; }
 
 node_type tree::type(std::size_t id) const noexcept {
-  return d_->contains(id) ? d_->at(id).type & ~OPEN : NOTYPE;
+  return impl_->contains(id) ? impl_->at(id).type & ~OPEN : NOTYPE;
 }
 
 std::string_view tree::key(std::size_t id) const noexcept {
-  if (!d_->contains(id)) {
+  if (!impl_->contains(id)) {
     return {};
   }
-  const node_data& n = d_->at(id);
+  const node_data& n = impl_->at(id);
   return {n.key_ptr, n.key_len};
 }
 
 std::string_view tree::val(std::size_t id) const noexcept {
-  if (!d_->contains(id)) {
+  if (!impl_->contains(id)) {
     return {};
   }
-  const node_data& n = d_->at(id);
+  const node_data& n = impl_->at(id);
   return {n.val_ptr, n.val_len};
 }
 
 std::size_t tree::parent(std::size_t id) const noexcept {
-  return d_->contains(id) ? to_public(d_->at(id).parent) : npos;
+  return impl_->contains(id) ? to_public(impl_->at(id).parent) : npos;
 }
 std::size_t tree::first_child(std::size_t id) const noexcept {
-  return d_->contains(id) ? to_public(d_->at(id).first_child) : npos;
+  return impl_->contains(id) ? to_public(impl_->at(id).first_child) : npos;
 }
 std::size_t tree::last_child(std::size_t id) const noexcept {
-  return d_->contains(id) ? to_public(d_->at(id).last_child) : npos;
+  return impl_->contains(id) ? to_public(impl_->at(id).last_child) : npos;
 }
 std::size_t tree::next_sibling(std::size_t id) const noexcept {
-  return d_->contains(id) ? to_public(d_->at(id).next_sibling) : npos;
+  return impl_->contains(id) ? to_public(impl_->at(id).next_sibling) : npos;
 }
 std::size_t tree::num_children(std::size_t id) const noexcept {
-  return d_->contains(id) ? d_->at(id).num_children : 0;
+  return impl_->contains(id) ? impl_->at(id).num_children : 0;
 }
 
 std::size_t tree::child(std::size_t id, std::size_t pos) const noexcept {
-  if (!d_->contains(id) || pos >= d_->at(id).num_children) {
+  if (!impl_->contains(id) || pos >= impl_->at(id).num_children) {
     return npos;
   }
-  node_id c = d_->at(id).first_child;
+  node_id c = impl_->at(id).first_child;
   for (; pos > 0 && c != none; --pos) {
-    c = d_->nodes[c].next_sibling;
+    c = impl_->nodes[c].next_sibling;
   }
   return to_public(c);
 }
 
 std::size_t tree::find_child(std::size_t id, std::string_view key) const noexcept {
-  if (!d_->contains(id)) {
+  if (!impl_->contains(id)) {
     return npos;
   }
-  for (node_id c = d_->at(id).first_child; c != none; c = d_->nodes[c].next_sibling) {
-    const node_data& n = d_->nodes[c];
+  for (node_id c = impl_->at(id).first_child; c != none; c = impl_->nodes[c].next_sibling) {
+    const node_data& n = impl_->nodes[c];
     if (n.key_ptr != nullptr && std::string_view(n.key_ptr, n.key_len) == key) {
       return c;
     }
@@ -261,33 +261,35 @@ std::size_t tree::find_child(std::size_t id, std::string_view key) const noexcep
   return npos;
 }
 
-std::size_t tree::append_child(std::size_t parent) { return d_->append_child(static_cast<node_id>(parent)); }
+std::size_t tree::append_child(std::size_t parent) {
+  return impl_->append_child(static_cast<node_id>(parent));
+}
 
 void tree::set_key(std::size_t id, std::string_view key) {
-  node_data& n = d_->at(id);
+  node_data& n = impl_->at(id);
   n.key_len = checked_length(key);
   n.key_ptr = key.data();
 }
 
 void tree::set_val(std::size_t id, std::string_view val) {
-  node_data& n = d_->at(id);
+  node_data& n = impl_->at(id);
   n.val_len = checked_length(val);
   n.val_ptr = val.data();
 }
 
-void tree::add_flags(std::size_t id, node_type bits) noexcept { d_->at(id).type |= bits; }
-void tree::set_flags(std::size_t id, node_type bits) noexcept { d_->at(id).type = bits; }
+void tree::add_flags(std::size_t id, node_type bits) noexcept { impl_->at(id).type |= bits; }
+void tree::set_flags(std::size_t id, node_type bits) noexcept { impl_->at(id).type = bits; }
 
 std::string_view tree::copy_to_arena(std::string_view text) {
   if (text.empty()) {
     return {empty_text, 0};
   }
-  char* p = d_->arena.alloc(text.size());
+  char* p = impl_->arena.alloc(text.size());
   std::memcpy(p, text.data(), text.size());
   return {p, text.size()};
 }
 
-char* tree::alloc_arena(std::size_t length) { return d_->arena.alloc(length); }
+char* tree::alloc_arena(std::size_t length) { return impl_->arena.alloc(length); }
 
 void node_ref::apply_seed() {
   if (tree_ == nullptr || id_ == npos) {

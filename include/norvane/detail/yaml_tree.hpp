@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string_view>
 
 namespace norvane::yaml {
@@ -95,7 +96,7 @@ public:
 
 private:
   friend struct details::access;
-  record* d_;
+  std::unique_ptr<record> impl_;
 };
 
 // A reference to a node of a tree, or to a child that does not exist yet
