@@ -230,9 +230,10 @@ private:
 
   // A listener connected during delivery hears the events after the
   // current one; one disconnected hears nothing more.
-  void deliver(Event& event) {
-    const auto count = listeners_.size();
-    for (std::size_t i = 0; i < count; ++i) {
+  void deliver(Event& event) { deliver(event, 0, listeners_.size()); }
+
+  void deliver(Event& event, std::size_t first, std::size_t count) {
+    for (std::size_t i = first; i < count; ++i) {
       // Two plain loads: a copy of the whole entry goes through the stack.
       const call_type call = listeners_[i].call;
       void* const instance = listeners_[i].instance;
@@ -243,18 +244,44 @@ private:
   }
 
   // A sole listener takes the batch in one call, the listener inlined in
-  // its loop; as soon as the listeners change, delivery goes on one event at
-  // a time, with the order and the rules of deliver().
+  // its loop; several listeners are walked with the list held in registers.
+  // Either way, as soon as the listeners change, delivery goes on from the
+  // next event with the list as it now is.
   void deliver_all(std::vector<Event, event_allocator>& batch) {
+    Event* const events = batch.data();
     const std::size_t total = batch.size();
     for (std::size_t done = 0; done < total;) {
       if (listeners_.size() == 1 && listeners_.front().run != nullptr) {
         const listener l = listeners_.front();
-        done += l.run(l.instance, batch.data() + done, total - done, changes_);
+        done += l.run(l.instance, events + done, total - done, changes_);
       } else {
-        deliver(batch[done++]);
+        done += walk(events + done, total - done);
       }
     }
+  }
+
+  // Delivers events[0, count) to every listener, event by event, and stops
+  // after an event during which the listeners changed; returns how many
+  // events it delivered. Until a change the list cannot have moved; after
+  // one, the rest of the event goes through deliver()'s rules: entries are
+  // only blanked during delivery, so their positions still hold.
+  std::size_t walk(Event* events, std::size_t count) {
+    const std::size_t before = changes_;
+    const listener* const list = listeners_.data();
+    const std::size_t listeners = listeners_.size();
+    for (std::size_t e = 0; e < count; ++e) {
+      for (std::size_t i = 0; i < listeners; ++i) {
+        if (list[i].call == nullptr) {
+          continue;
+        }
+        list[i].call(list[i].instance, events[e]);
+        if (changes_ != before) [[unlikely]] {
+          deliver(events[e], i + 1, listeners);
+          return e + 1;
+        }
+      }
+    }
+    return count;
   }
 
   void deliver_batch(std::vector<Event, event_allocator>& batch) {
