@@ -357,16 +357,19 @@ private:
   template <typename Event>
   handler_type<Event>& assure(std::uint32_t id) {
     static_assert(std::is_same_v<Event, std::decay_t<Event>>, "events are plain object types");
-    if (auto* handler = index_.template find_and_adopt<Event>(id)) [[likely]] {
+    if (auto* handler = index_.template cached<Event>(id)) [[likely]] {
       return *static_cast<handler_type<Event>*>(handler);
     }
-    return create<Event>(id);
+    return adopt_or_create<Event>(id);
   }
 
   // Out of line, so that the lookup above stays small enough to inline
   // into every enqueue.
   template <typename Event>
-  [[gnu::noinline]] handler_type<Event>& create(std::uint32_t id) {
+  [[gnu::noinline]] handler_type<Event>& adopt_or_create(std::uint32_t id) {
+    if (auto* handler = index_.template adopt<Event>(id)) {
+      return *static_cast<handler_type<Event>*>(handler);
+    }
     using handler_allocator = typename alloc_traits::template rebind_alloc<handler_type<Event>>;
     auto handler = std::allocate_shared<handler_type<Event>>(handler_allocator(allocator_), id, allocator_);
     auto& made = *handler;

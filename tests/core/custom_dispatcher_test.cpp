@@ -134,6 +134,13 @@ struct reentrant {
       d->enqueue<key_pressed>(e.code + 10);
     }
   }
+  void republish(key_pressed& e) {
+    heard.push_back(e.code);
+    if (e.code < 10) {
+      d->enqueue<key_pressed>(e.code + 10);
+      d->update<key_pressed>();
+    }
+  }
   void send_resize(key_pressed& e) { d->enqueue(resized{e.code, e.code}); }
   void quit_after_one(key_pressed& e) {
     heard.push_back(e.code);
@@ -160,6 +167,25 @@ TEST(CustomDispatcher, EventsEnqueuedDuringDeliveryOfTheirTypeWaitForTheNextUpda
   EXPECT_EQ(d.size<key_pressed>(), 2u);
   d.update();
   EXPECT_EQ(r.heard, (std::vector<int>{1, 2, 11, 12}));
+  EXPECT_EQ(d.size<key_pressed>(), 0u);
+}
+
+TEST(CustomDispatcher, AListenerPublishingItsOwnQueueDeliversWhatItQueuedAtOnce) {
+  custom_dispatcher<> d;
+  reentrant r(&d);
+  recorder after;
+  d.sink<key_pressed>().connect<&reentrant::republish>(r);
+  d.sink<key_pressed>().connect<&recorder::on_key>(after);
+  for (int round : {0, 1}) {
+    d.enqueue<key_pressed>(1 + round);
+    d.enqueue<key_pressed>(3 + round);
+    d.update();
+  }
+  // The nested publish runs inside the first listener's call, before the
+  // second listener hears the outer event.
+  EXPECT_EQ(r.heard, (std::vector<int>{1, 11, 3, 13, 2, 12, 4, 14}));
+  EXPECT_EQ(after.heard, (std::vector<std::string>{"key 11", "key 1", "key 13", "key 3", "key 12", "key 2",
+                                                   "key 14", "key 4"}));
   EXPECT_EQ(d.size<key_pressed>(), 0u);
 }
 

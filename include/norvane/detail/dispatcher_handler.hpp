@@ -143,6 +143,7 @@ public:
       std::vector<Event, event_allocator> nested(events_.get_allocator());
       nested.swap(events_);
       deliver_batch(nested);
+      take_back(nested);
       return;
     }
     publishing_ = true;
@@ -154,6 +155,7 @@ public:
       throw;
     }
     publishing_ = false;
+    take_back(batch_);
   }
 
   void trigger(Event& event) {
@@ -230,9 +232,10 @@ private:
 
   // A listener connected during delivery hears the events after the
   // current one; one disconnected hears nothing more.
-  void deliver(Event& event) {
-    const auto count = listeners_.size();
-    for (std::size_t i = 0; i < count; ++i) {
+  void deliver(Event& event) { deliver(event, 0, listeners_.size()); }
+
+  void deliver(Event& event, std::size_t first, std::size_t count) {
+    for (std::size_t i = first; i < count; ++i) {
       // Two plain loads: a copy of the whole entry goes through the stack.
       const call_type call = listeners_[i].call;
       void* const instance = listeners_[i].instance;
@@ -243,23 +246,58 @@ private:
   }
 
   // A sole listener takes the batch in one call, the listener inlined in
-  // its loop; as soon as the listeners change, delivery goes on one event at
-  // a time, with the order and the rules of deliver().
+  // its loop; several listeners are walked with the list held in registers.
+  // Either way, as soon as the listeners change, delivery goes on from the
+  // next event with the list as it now is.
   void deliver_all(std::vector<Event, event_allocator>& batch) {
+    Event* const events = batch.data();
     const std::size_t total = batch.size();
     for (std::size_t done = 0; done < total;) {
       if (listeners_.size() == 1 && listeners_.front().run != nullptr) {
         const listener l = listeners_.front();
-        done += l.run(l.instance, batch.data() + done, total - done, changes_);
+        done += l.run(l.instance, events + done, total - done, changes_);
       } else {
-        deliver(batch[done++]);
+        done += walk(events + done, total - done);
       }
     }
+  }
+
+  // Delivers events[0, count) to every listener, event by event, and stops
+  // after an event during which the listeners changed; returns how many
+  // events it delivered. Until a change the list cannot have moved; after
+  // one, the rest of the event goes through deliver()'s rules: entries are
+  // only blanked during delivery, so their positions still hold.
+  std::size_t walk(Event* events, std::size_t count) {
+    const std::size_t before = changes_;
+    const listener* const list = listeners_.data();
+    const std::size_t listeners = listeners_.size();
+    for (std::size_t e = 0; e < count; ++e) {
+      for (std::size_t i = 0; i < listeners; ++i) {
+        if (list[i].call == nullptr) {
+          continue;
+        }
+        list[i].call(list[i].instance, events[e]);
+        if (changes_ != before) [[unlikely]] {
+          deliver(events[e], i + 1, listeners);
+          return e + 1;
+        }
+      }
+    }
+    return count;
   }
 
   void deliver_batch(std::vector<Event, event_allocator>& batch) {
     const delivery_scope scope(*this);
     deliver_or_requeue(batch, events_, [this](auto& events) { deliver_all(events); });
+  }
+
+  // The delivered batch's storage becomes the queue again when nothing was
+  // enqueued meanwhile, so that a steady loop keeps filling the one buffer
+  // that is still in cache instead of alternating between two.
+  void take_back(std::vector<Event, event_allocator>& delivered) noexcept {
+    if (events_.empty()) {
+      events_.swap(delivered);
+    }
   }
 
   void compact() noexcept {
@@ -285,11 +323,12 @@ inline constexpr char event_token = 0;
 
 // Finds the handler of (queue id, event type) by open addressing. A slot
 // remembers the token of the module that last found it, so a lookup is a
-// mask, one load and two comparisons, with no hashing and no shared state:
-// any number of dispatchers on any threads stay independent. A module whose
-// token differs (another module, or another type with the same id) finds
-// the handler by comparing names once, after which the slot carries its
-// token. Every module that used a dispatcher stays loaded while it lives.
+// mask, a few loads and two comparisons, with no hashing and no shared
+// state: any number of dispatchers on any threads stay independent. A
+// module whose token differs (another module, or another type with the
+// same id) finds the handler by comparing names once, after which the slot
+// carries its token. Every module that used a dispatcher stays loaded while
+// it lives.
 template <typename Allocator>
 class handler_index {
   struct slot {
@@ -298,17 +337,22 @@ class handler_index {
     dispatcher_handler* handler;
   };
   using slot_allocator = typename std::allocator_traits<Allocator>::template rebind_alloc<slot>;
+  // Stands for the table until the first handler arrives, so that a lookup
+  // needs no test for an empty table: it misses here like anywhere else.
+  static constexpr slot no_slot{nullptr, 0, nullptr};
 
 public:
   explicit handler_index(const Allocator& allocator) : slots_(slot_allocator(allocator)) {}
   handler_index(handler_index&& other) noexcept
       : slots_(std::move(other.slots_)),
+        table_(std::exchange(other.table_, &no_slot)),
         mask_(std::exchange(other.mask_, 0)),
         used_(std::exchange(other.used_, 0)) {
     other.slots_.clear();
   }
   handler_index& operator=(handler_index&& other) noexcept {
     slots_ = std::move(other.slots_);
+    table_ = std::exchange(other.table_, &no_slot);
     mask_ = std::exchange(other.mask_, 0);
     used_ = std::exchange(other.used_, 0);
     other.slots_.clear();
@@ -317,32 +361,33 @@ public:
   handler_index(const handler_index&) = delete;
   handler_index& operator=(const handler_index&) = delete;
 
+  // The handler this module last found for (id, Event), or null: the hot
+  // path of every enqueue, inlined there.
   template <typename Event>
-  [[gnu::always_inline]] dispatcher_handler* find(std::uint32_t id) const noexcept {
-    if (mask_ == 0) [[unlikely]] {
-      return nullptr;
+  [[gnu::always_inline]] dispatcher_handler* cached(std::uint32_t id) const noexcept {
+    const slot& home = table_[position(id, event_type<Event>::check)];
+    return home.token == &event_token<Event> && home.id == id ? home.handler : nullptr;
+  }
+
+  template <typename Event>
+  dispatcher_handler* find(std::uint32_t id) const noexcept {
+    if (auto* handler = cached<Event>(id)) [[likely]] {
+      return handler;
     }
-    const slot& first = slots_[position(id, event_type<Event>::check)];
-    if (first.token == &event_token<Event> && first.id == id) [[likely]] {
-      return first.handler;
-    }
-    if (first.handler == nullptr) {
-      return nullptr;
-    }
-    slot* found = probe(id, event_type<Event>::check, event_type<Event>::name);
+    const slot* found = probe(id, event_type<Event>::check, event_type<Event>::name);
     return found != nullptr ? found->handler : nullptr;
   }
 
-  // As find(), and the slot found by name takes this module's token.
+  // As find() after a miss in cached(); the slot found by name takes this
+  // module's token.
   template <typename Event>
-  [[gnu::always_inline]] dispatcher_handler* find_and_adopt(std::uint32_t id) noexcept {
-    if (mask_ != 0) [[likely]] {
-      slot& first = slots_[position(id, event_type<Event>::check)];
-      if (first.token == &event_token<Event> && first.id == id) [[likely]] {
-        return first.handler;
-      }
+  dispatcher_handler* adopt(std::uint32_t id) noexcept {
+    const slot* found = probe(id, event_type<Event>::check, event_type<Event>::name);
+    if (found == nullptr) {
+      return nullptr;
     }
-    return adopt(id, event_type<Event>::check, event_type<Event>::name, &event_token<Event>);
+    slots_[static_cast<std::size_t>(found - table_)].token = &event_token<Event>;
+    return found->handler;
   }
 
   // Adds a handler that find() does not know yet.
@@ -357,29 +402,16 @@ public:
 private:
   std::size_t position(std::uint32_t id, std::uint32_t check) const noexcept { return (id ^ check) & mask_; }
 
-  slot* probe(std::uint32_t id, std::uint32_t check, std::string_view name) const noexcept {
+  const slot* probe(std::uint32_t id, std::uint32_t check, std::string_view name) const noexcept {
     for (std::size_t i = position(id, check);; i = (i + 1) & mask_) {
-      const slot& s = slots_[i];
+      const slot& s = table_[i];
       if (s.handler == nullptr) {
         return nullptr;
       }
       if (s.id == id && s.handler->check() == check && s.handler->type_name() == name) {
-        return const_cast<slot*>(&s);
+        return &s;
       }
     }
-  }
-
-  [[gnu::noinline]] dispatcher_handler* adopt(std::uint32_t id, std::uint32_t check, std::string_view name,
-                                              const void* token) noexcept {
-    if (mask_ == 0) {
-      return nullptr;
-    }
-    slot* found = probe(id, check, name);
-    if (found == nullptr) {
-      return nullptr;
-    }
-    found->token = token;
-    return found->handler;
   }
 
   void place(const slot& entry) {
@@ -395,7 +427,8 @@ private:
     std::vector<slot, slot_allocator> old(slots_.get_allocator());
     old.swap(slots_);
     slots_.assign(mask_ == 0 ? 8 : (mask_ + 1) * 2, slot{nullptr, 0, nullptr});
-    mask_ = slots_.size() - 1;
+    table_ = slots_.data();
+    mask_ = static_cast<std::uint32_t>(slots_.size() - 1);
     used_ = 0;
     for (const auto& s : old) {
       if (s.handler != nullptr) {
@@ -405,8 +438,11 @@ private:
   }
 
   std::vector<slot, slot_allocator> slots_;
-  // slots_.size() - 1; 0 while there are no slots, which find() tests first.
-  std::size_t mask_ = 0;
+  // slots_.data(), or no_slot while there are no slots.
+  const slot* table_ = &no_slot;
+  // slots_.size() - 1, or 0. 32 bits wide, so that an event's 64-bit
+  // fields written by an enqueue cannot alias it.
+  std::uint32_t mask_ = 0;
   std::size_t used_ = 0;
 };
 
