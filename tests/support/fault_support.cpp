@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -140,8 +141,10 @@ child_outcome run_in_child(const std::function<std::string()>& body, unsigned se
     throw std::runtime_error("fork");
   }
   int status = 0;
-  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  rusage usage{};
+  while (::wait4(pid, &status, 0, &usage) < 0 && errno == EINTR) {
   }
+  outcome.peak_resident_KiB = usage.ru_maxrss;
   if (WIFEXITED(status)) {
     outcome.exit_code = WEXITSTATUS(status);
   } else if (WIFSIGNALED(status)) {

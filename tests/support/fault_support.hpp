@@ -22,6 +22,7 @@ struct child_outcome {
   int signal = 0;      // the signal that ended it, 0 when it exited
   std::string report;  // what the body returned
   std::string errors;  // everything the child wrote to its standard error
+  long peak_resident_KiB = 0;
 
   bool exited_cleanly() const { return signal == 0 && exit_code == 0; }
   bool could_not_set_up() const { return signal == 0 && exit_code == child_cannot_set_up; }

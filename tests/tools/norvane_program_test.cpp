@@ -27,6 +27,7 @@ struct outcome {
   int code = -1;
   std::string out;
   std::string err;
+  long peak_resident_KiB = 0;
 };
 
 std::vector<std::string> lines_of(const std::string& text) {
@@ -66,7 +67,8 @@ protected:
       ::execvp(argv[0], argv.data());
       throw std::runtime_error("cannot run " + args[0]);
     });
-    return {child.signal == 0 ? child.exit_code : -1, read_file(out_path), child.errors};
+    return {child.signal == 0 ? child.exit_code : -1, read_file(out_path), child.errors,
+            child.peak_resident_KiB};
   }
   outcome run(std::vector<std::string> args, const fs::path& input = "/dev/null") {
     args.insert(args.begin(), NORVANE_PROGRAM);
@@ -125,6 +127,21 @@ TEST_F(NorvaneProgram, HashPrintsWhatCoreutilsAndXxhsumPrint) {
   // xxhsum's own lines verify, BSD-style ones naming their algorithm.
   write_file(dir / "xxh.list", xxh3 + xxh128);
   EXPECT_EQ(run({"hash", "--algo", "xxh128", "-c", "xxh.list"}).out, "f0: OK\nf0: OK\n");
+}
+
+// The file is read through a fixed buffer, never mapped or loaded whole: a
+// large file adds little to the peak resident set an empty one shows (which
+// also holds the forked copy of this test).
+TEST_F(NorvaneProgram, HashingALargeFileKeepsTheResidentSetSmall) {
+  write_file(dir / "empty", "");
+  write_file(dir / "large", "");
+  fs::resize_file(dir / "large", std::uintmax_t{64} << 20);
+  for (const std::string algo : {"sha256", "xxh64"}) {
+    const auto small = run({"hash", "--algo", algo, "empty"});
+    const auto large = run({"hash", "--algo", algo, "large"});
+    EXPECT_EQ(large.code, 0) << large.err;
+    EXPECT_LT(large.peak_resident_KiB - small.peak_resident_KiB, 16 << 10) << algo;
+  }
 }
 
 // --check prints, summarises and exits as coreutils does on the same list:

