@@ -296,7 +296,7 @@ outcome run_case(const fs::path& dir, const std::string& id) {
     o.reason = "valid input refused: " + errors[0];
     return o;
   }
-  const tree& t = *access::impl(doc)->t;
+  const tree& t = *access::impl(doc)->shared_tree;
   const events actual = actual_events(t);
   if (actual != expected) {
     std::size_t i = 0;

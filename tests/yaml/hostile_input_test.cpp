@@ -137,10 +137,10 @@ TEST(YamlHostileInput, HundredMegabyteScalarReadsWhole) {
   text += "\nafter: 1\n";
   const result r = read(text);
   ASSERT_TRUE(r.errors.empty()) << r.errors.front();
-  EXPECT_EQ(access::impl(r.doc["big"])->t->val(access::impl(r.doc["big"])->node.id()).size(), size);
+  EXPECT_EQ(access::impl(r.doc["big"])->shared_tree->val(access::impl(r.doc["big"])->node.id()).size(), size);
   EXPECT_EQ(r.doc["after"].as<int>(), 1);
   // The text was not duplicated: the arena holds the source once.
-  EXPECT_LT(access::impl(r.doc)->t->arena_size(), text.size() + 4096);
+  EXPECT_LT(access::impl(r.doc)->shared_tree->arena_size(), text.size() + 4096);
 }
 
 // Which byte sequences are refused is the UTF-8 check's own test; here, how

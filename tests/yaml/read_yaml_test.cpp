@@ -106,7 +106,7 @@ TEST(YamlRead, SeveralDocumentsHangUnderAStreamRoot) {
   EXPECT_EQ(many[0]["a"].as<int>(), 1);
   EXPECT_EQ(many[1].as<std::string>(), "plain");
   EXPECT_EQ(many[2][0].as<std::string>(), "x");
-  EXPECT_EQ(access::impl(many)->t->type(access::impl(many)->t->root_id()), STREAM);
+  EXPECT_EQ(access::impl(many)->shared_tree->type(access::impl(many)->shared_tree->root_id()), STREAM);
 }
 
 TEST(YamlErrorHandler, ThrowsFormattedTextAndScopesTheHandler) {
