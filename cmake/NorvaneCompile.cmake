@@ -26,3 +26,16 @@ if(NORVANE_COVERAGE)
   add_compile_options(--coverage -O0 -fprofile-update=atomic)
   add_link_options(--coverage)
 endif()
+
+# The library's families, in the order their folders are added.
+set(NORVANE_FAMILIES core log util io settings yaml system)
+
+# Adds the folder of each named family that has one, so that src/, tests/,
+# bench/ and fuzz/ are laid out by family alike.
+function(norvane_add_families)
+  foreach(family IN LISTS ARGN)
+    if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/${family}/CMakeLists.txt)
+      add_subdirectory(${family})
+    endif()
+  endforeach()
+endfunction()

@@ -10,6 +10,8 @@
 #include <xxhash.h>
 #endif
 
+#include <array>
+#include <cstdint>
 #include <string>
 
 namespace {
@@ -27,11 +29,27 @@ const std::string sixty_four = buffer(64);
 const std::string piece_64_kib = buffer(64 << 10);
 constexpr std::size_t pieces_per_gib = (std::size_t{1} << 30) / (64 << 10);
 
-void sha1_norvane(benchmark::State& state) {
+// One call on the whole input per iteration, the same loop for every pair.
+template <const std::string* input, auto hash>
+void one_shot(benchmark::State& state) {
   for (auto _ : state) {
-    benchmark::DoNotOptimize(norvane::hash_sha1(one_mib));
+    benchmark::DoNotOptimize(hash(*input));
   }
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * one_mib.size()));
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * input->size()));
+}
+
+std::string sha1_norvane(const std::string& bytes) { return norvane::hash_sha1(bytes); }
+std::string sha256_norvane(const std::string& bytes) { return norvane::hash_sha256(bytes); }
+std::uint64_t xxh64_norvane(const std::string& bytes) { return norvane::hash_xxh64(bytes); }
+norvane::hash_128_t xxh128_norvane(const std::string& bytes) { return norvane::hash_xxh128(bytes); }
+XXH64_hash_t xxh64_raw(const std::string& bytes) { return XXH3_64bits(bytes.data(), bytes.size()); }
+XXH128_hash_t xxh128_raw(const std::string& bytes) { return XXH3_128bits(bytes.data(), bytes.size()); }
+
+std::array<unsigned char, EVP_MAX_MD_SIZE> sha256_raw(const std::string& bytes) {
+  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+  unsigned int length = 0;
+  EVP_Digest(bytes.data(), bytes.size(), digest.data(), &length, EVP_sha256(), nullptr);
+  return digest;
 }
 
 void sha1_raw(benchmark::State& state) {
@@ -43,23 +61,6 @@ void sha1_raw(benchmark::State& state) {
     EVP_DigestUpdate(ctx, one_mib.data(), one_mib.size());
     EVP_DigestFinal_ex(ctx, digest, &length);
     EVP_MD_CTX_free(ctx);
-    benchmark::DoNotOptimize(digest);
-  }
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * one_mib.size()));
-}
-
-void sha256_norvane(benchmark::State& state) {
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(norvane::hash_sha256(one_mib));
-  }
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * one_mib.size()));
-}
-
-void sha256_raw(benchmark::State& state) {
-  for (auto _ : state) {
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned int length = 0;
-    EVP_Digest(one_mib.data(), one_mib.size(), digest, &length, EVP_sha256(), nullptr);
     benchmark::DoNotOptimize(digest);
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * one_mib.size()));
@@ -92,53 +93,21 @@ void sha256_hasher_raw(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() << 30));
 }
 
-template <const std::string* input>
-void xxh64_norvane(benchmark::State& state) {
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(norvane::hash_xxh64(*input));
-  }
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * input->size()));
-}
-
-template <const std::string* input>
-void xxh64_raw(benchmark::State& state) {
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(XXH3_64bits(input->data(), input->size()));
-  }
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * input->size()));
-}
-
-template <const std::string* input>
-void xxh128_norvane(benchmark::State& state) {
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(norvane::hash_xxh128(*input));
-  }
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * input->size()));
-}
-
-template <const std::string* input>
-void xxh128_raw(benchmark::State& state) {
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(XXH3_128bits(input->data(), input->size()));
-  }
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * input->size()));
-}
-
 }  // namespace
 
 BENCHMARK(sha1_raw)->Name("sha1_1MiB/raw");
-BENCHMARK(sha1_norvane)->Name("sha1_1MiB/norvane");
-BENCHMARK(sha256_raw)->Name("sha256_1MiB/raw");
-BENCHMARK(sha256_norvane)->Name("sha256_1MiB/norvane");
+BENCHMARK(one_shot<&one_mib, sha1_norvane>)->Name("sha1_1MiB/norvane");
+BENCHMARK(one_shot<&one_mib, sha256_raw>)->Name("sha256_1MiB/raw");
+BENCHMARK(one_shot<&one_mib, sha256_norvane>)->Name("sha256_1MiB/norvane");
 // Each iteration hashes 1 GiB. An iteration count would be appended to the
 // case name and take the pair out of the ratio table.
 BENCHMARK(sha256_hasher_raw)->Name("sha256_hasher_1GiB_in_64KiB/raw")->Unit(benchmark::kMillisecond);
 BENCHMARK(sha256_hasher_norvane)->Name("sha256_hasher_1GiB_in_64KiB/norvane")->Unit(benchmark::kMillisecond);
-BENCHMARK(xxh64_raw<&one_mib>)->Name("xxh64_1MiB/raw");
-BENCHMARK(xxh64_norvane<&one_mib>)->Name("xxh64_1MiB/norvane");
-BENCHMARK(xxh64_raw<&sixty_four>)->Name("xxh64_64B/raw");
-BENCHMARK(xxh64_norvane<&sixty_four>)->Name("xxh64_64B/norvane");
-BENCHMARK(xxh128_raw<&one_mib>)->Name("xxh128_1MiB/raw");
-BENCHMARK(xxh128_norvane<&one_mib>)->Name("xxh128_1MiB/norvane");
-BENCHMARK(xxh128_raw<&sixty_four>)->Name("xxh128_64B/raw");
-BENCHMARK(xxh128_norvane<&sixty_four>)->Name("xxh128_64B/norvane");
+BENCHMARK(one_shot<&one_mib, xxh64_raw>)->Name("xxh64_1MiB/raw");
+BENCHMARK(one_shot<&one_mib, xxh64_norvane>)->Name("xxh64_1MiB/norvane");
+BENCHMARK(one_shot<&sixty_four, xxh64_raw>)->Name("xxh64_64B/raw");
+BENCHMARK(one_shot<&sixty_four, xxh64_norvane>)->Name("xxh64_64B/norvane");
+BENCHMARK(one_shot<&one_mib, xxh128_raw>)->Name("xxh128_1MiB/raw");
+BENCHMARK(one_shot<&one_mib, xxh128_norvane>)->Name("xxh128_1MiB/norvane");
+BENCHMARK(one_shot<&sixty_four, xxh128_raw>)->Name("xxh128_64B/raw");
+BENCHMARK(one_shot<&sixty_four, xxh128_norvane>)->Name("xxh128_64B/norvane");

@@ -8,41 +8,30 @@
 
 namespace {
 
-void uuid_norvane(benchmark::State& state) {
+norvane::uuid random_norvane() { return norvane::uuid(); }
+
+template <norvane::uuid (*make)()>
+void norvane_ids(benchmark::State& state) {
   for (auto _ : state) {
-    const norvane::uuid id;
+    const auto id = make();
     benchmark::DoNotOptimize(id.bytes());
   }
 }
 
-void uuid_raw(benchmark::State& state) {
+template <void (*generate)(uuid_t)>
+void libuuid_ids(benchmark::State& state) {
   for (auto _ : state) {
     uuid_t id;
-    uuid_generate_random(id);
-    benchmark::DoNotOptimize(id);
-  }
-}
-
-void uuid_v7_norvane(benchmark::State& state) {
-  for (auto _ : state) {
-    const auto id = norvane::uuid::v7();
-    benchmark::DoNotOptimize(id.bytes());
-  }
-}
-
-void uuid_time_raw(benchmark::State& state) {
-  for (auto _ : state) {
-    uuid_t id;
-    uuid_generate_time(id);
+    generate(id);
     benchmark::DoNotOptimize(id);
   }
 }
 
 }  // namespace
 
-BENCHMARK(uuid_raw)->Name("uuid_random/raw");
-BENCHMARK(uuid_norvane)->Name("uuid_random/norvane");
-BENCHMARK(uuid_time_raw)->Name("uuid_time_ordered/raw");
-BENCHMARK(uuid_v7_norvane)->Name("uuid_time_ordered/norvane");
+BENCHMARK(libuuid_ids<uuid_generate_random>)->Name("uuid_random/raw");
+BENCHMARK(norvane_ids<random_norvane>)->Name("uuid_random/norvane");
+BENCHMARK(libuuid_ids<uuid_generate_time>)->Name("uuid_time_ordered/raw");
+BENCHMARK(norvane_ids<norvane::uuid::v7>)->Name("uuid_time_ordered/norvane");
 // The shared sequence under contention: every thread draws from one word.
-BENCHMARK(uuid_v7_norvane)->Name("uuid_time_ordered_4_threads/norvane")->Threads(4);
+BENCHMARK(norvane_ids<norvane::uuid::v7>)->Name("uuid_time_ordered_4_threads/norvane")->Threads(4);

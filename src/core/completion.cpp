@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cctype>
 #include <sstream>
+#include <string_view>
 
 namespace norvane {
 namespace {
@@ -229,6 +230,49 @@ void write_path_walk(std::ostream& out, const completion_model& model, const cha
       << "  done\n";
 }
 
+// How bash and zsh offer a list of words, file names, or nothing.
+struct shell_actions {
+  std::string (*offer)(const std::vector<std::string>& words);
+  std::string_view files;
+  std::string_view nothing;
+};
+
+const shell_actions bash_actions{
+    [](const std::vector<std::string>& words) {
+      return "COMPREPLY=($(compgen -W " + sh_quoted(join(words, " ")) + " -- \"$cur\"))";
+    },
+    "\n      compopt -o filenames 2>/dev/null\n      COMPREPLY=($(compgen -f -- \"$cur\"))", "COMPREPLY=()"};
+
+const shell_actions zsh_actions{
+    [](const std::vector<std::string>& words) { return "compadd -- " + quoted_words(words); }, " _files",
+    "return 1"};
+
+// The end of the bash and zsh functions: a word starting with '-' is one
+// of the options of the command path typed so far, any other word one of
+// its subcommands or, where it takes files, a file name.
+void write_path_cases(std::ostringstream& out, const completion_model& model, const shell_actions& actions) {
+  out << "  if [[ $cur == -* ]]; then\n"
+      << "    case $cmd_path in\n";
+  for (const auto& path : model.paths()) {
+    out << "      " << sh_quoted(path) << ") " << actions.offer(model.spellings_at(path)) << " ;;\n";
+  }
+  out << "    esac\n"
+      << "    return\n"
+      << "  fi\n"
+      << "  case $cmd_path in\n";
+  for (const auto& path : model.paths()) {
+    const auto words = model.child_words(path);
+    if (!words.empty()) {
+      out << "    " << sh_quoted(path) << ") " << actions.offer(words) << " ;;\n";
+    } else if (model.takes_files(path)) {
+      out << "    " << sh_quoted(path) << ")" << actions.files << " ;;\n";
+    }
+  }
+  out << "    *) " << actions.nothing << " ;;\n"
+      << "  esac\n"
+      << "}\n";
+}
+
 std::string bash_script(const completion_model& model) {
   std::ostringstream out;
   const auto fn = model.function();
@@ -256,32 +300,9 @@ std::string bash_script(const completion_model& model) {
     }
     out << "      return ;;\n";
   }
-  out << "  esac\n"
-      << "  if [[ $cur == -* ]]; then\n"
-      << "    case $cmd_path in\n";
-  for (const auto& path : model.paths()) {
-    out << "      " << sh_quoted(path) << ") COMPREPLY=($(compgen -W "
-        << sh_quoted(join(model.spellings_at(path), " ")) << " -- \"$cur\")) ;;\n";
-  }
-  out << "    esac\n"
-      << "    return\n"
-      << "  fi\n"
-      << "  case $cmd_path in\n";
-  for (const auto& path : model.paths()) {
-    const auto words = model.child_words(path);
-    if (!words.empty()) {
-      out << "    " << sh_quoted(path) << ") COMPREPLY=($(compgen -W " << sh_quoted(join(words, " "))
-          << " -- \"$cur\")) ;;\n";
-    } else if (model.takes_files(path)) {
-      out << "    " << sh_quoted(path) << ")\n"
-          << "      compopt -o filenames 2>/dev/null\n"
-          << "      COMPREPLY=($(compgen -f -- \"$cur\")) ;;\n";
-    }
-  }
-  out << "    *) COMPREPLY=() ;;\n"
-      << "  esac\n"
-      << "}\n"
-      << "complete -F " << fn << ' ' << model.program() << '\n';
+  out << "  esac\n";
+  write_path_cases(out, model, bash_actions);
+  out << "complete -F " << fn << ' ' << model.program() << '\n';
   return out.str();
 }
 
@@ -309,29 +330,9 @@ std::string zsh_script(const completion_model& model) {
       out << "return 1 ;;\n";
     }
   }
-  out << "  esac\n"
-      << "  if [[ $cur == -* ]]; then\n"
-      << "    case $cmd_path in\n";
-  for (const auto& path : model.paths()) {
-    out << "      " << sh_quoted(path) << ") compadd -- " << quoted_words(model.spellings_at(path))
-        << " ;;\n";
-  }
-  out << "    esac\n"
-      << "    return\n"
-      << "  fi\n"
-      << "  case $cmd_path in\n";
-  for (const auto& path : model.paths()) {
-    const auto words = model.child_words(path);
-    if (!words.empty()) {
-      out << "    " << sh_quoted(path) << ") compadd -- " << quoted_words(words) << " ;;\n";
-    } else if (model.takes_files(path)) {
-      out << "    " << sh_quoted(path) << ") _files ;;\n";
-    }
-  }
-  out << "    *) return 1 ;;\n"
-      << "  esac\n"
-      << "}\n"
-      << "if [[ $zsh_eval_context[-1] == loadautofunc ]]; then\n"
+  out << "  esac\n";
+  write_path_cases(out, model, zsh_actions);
+  out << "if [[ $zsh_eval_context[-1] == loadautofunc ]]; then\n"
       << "  " << fn << " \"$@\"\n"
       << "else\n"
       << "  compdef " << fn << ' ' << model.program() << "\n"

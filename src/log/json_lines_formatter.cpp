@@ -14,6 +14,8 @@
 #include <cstdint>
 #include <cstring>
 #include <ctime>
+#include <string_view>
+#include <utility>
 
 namespace norvane::details {
 
@@ -41,28 +43,19 @@ void append(spdlog::memory_buf_t& out, std::string_view text) {
   out.append(text.data(), text.data() + text.size());
 }
 
+// The bytes JSON gives a short escape; every other control byte is \u00XX.
+constexpr std::pair<unsigned char, std::string_view> short_escapes[] = {
+    {'"', "\\\""}, {'\\', "\\\\"}, {'\b', "\\b"}, {'\f', "\\f"}, {'\n', "\\n"}, {'\r', "\\r"}, {'\t', "\\t"}};
+
 void append_escaped_ascii(unsigned char c, spdlog::memory_buf_t& out) {
-  switch (c) {
-    case '"':
-      return append(out, "\\\"");
-    case '\\':
-      return append(out, "\\\\");
-    case '\b':
-      return append(out, "\\b");
-    case '\f':
-      return append(out, "\\f");
-    case '\n':
-      return append(out, "\\n");
-    case '\r':
-      return append(out, "\\r");
-    case '\t':
-      return append(out, "\\t");
-    default: {
-      static constexpr char hex[] = "0123456789abcdef";
-      const char code[] = {'\\', 'u', '0', '0', hex[c >> 4], hex[c & 0xf]};
-      return append(out, std::string_view(code, sizeof code));
+  for (const auto& [byte, escape] : short_escapes) {
+    if (c == byte) {
+      return append(out, escape);
     }
   }
+  static constexpr char hex[] = "0123456789abcdef";
+  const char code[] = {'\\', 'u', '0', '0', hex[c >> 4], hex[c & 0xf]};
+  append(out, std::string_view(code, sizeof code));
 }
 
 struct utf8_sequence {

@@ -1,6 +1,6 @@
 // SHA-1 and SHA-256 through OpenSSL's EVP digest interface, one-shot and
 // incremental.
-#include "hasher_pimpl.hpp"
+#include "util/hasher_pimpl.hpp"
 
 #include <norvane/log.hpp>
 
@@ -12,10 +12,10 @@
 namespace norvane {
 namespace {
 
-struct md_ctx_deleter {
+struct digest_context_deleter {
   void operator()(EVP_MD_CTX* ctx) const noexcept { EVP_MD_CTX_free(ctx); }
 };
-using md_ctx_ptr = std::unique_ptr<EVP_MD_CTX, md_ctx_deleter>;
+using digest_context_ptr = std::unique_ptr<EVP_MD_CTX, digest_context_deleter>;
 
 std::string report_failure(const char* message) {
   if (auto logger = get_norvane_logger()) {
@@ -28,28 +28,28 @@ constexpr const char* sha1_failed = "The SHA1 algorithm failed!";
 constexpr const char* sha256_failed = "The SHA256 algorithm failed!";
 
 struct sha_pimpl : hasher_pimpl {
-  sha_pimpl(const EVP_MD* md_, const char* failure_, bool uppercase_)
-      : md(md_), failure(failure_), uppercase(uppercase_) {
+  sha_pimpl(const EVP_MD* algorithm_, const char* failure_, bool uppercase_)
+      : algorithm(algorithm_), failure(failure_), uppercase(uppercase_) {
     start();
   }
 
   void start() {
-    if (!ctx) {
-      ctx.reset(EVP_MD_CTX_new());
+    if (!context) {
+      context.reset(EVP_MD_CTX_new());
     }
-    healthy = ctx && EVP_DigestInit_ex(ctx.get(), md, nullptr) == 1;
+    healthy = context && EVP_DigestInit_ex(context.get(), algorithm, nullptr) == 1;
     size_hashed = 0;
   }
 
   void absorb(const void* data, std::size_t size) override {
     // EVP takes size_t and keeps a 128-bit bit count: no 4 GiB limit here.
-    healthy = healthy && EVP_DigestUpdate(ctx.get(), data, size) == 1;
+    healthy = healthy && EVP_DigestUpdate(context.get(), data, size) == 1;
   }
 
   std::string finish() {
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int length = 0;
-    const bool done = healthy && EVP_DigestFinal_ex(ctx.get(), digest, &length) == 1;
+    const bool done = healthy && EVP_DigestFinal_ex(context.get(), digest, &length) == 1;
     start();
     if (!done) {
       return report_failure(failure);
@@ -57,8 +57,8 @@ struct sha_pimpl : hasher_pimpl {
     return details::digest_to_hex(digest, length, uppercase);
   }
 
-  md_ctx_ptr ctx;
-  const EVP_MD* md;
+  digest_context_ptr context;
+  const EVP_MD* algorithm;
   const char* failure;
   bool uppercase;
   bool healthy = false;
@@ -67,7 +67,7 @@ struct sha_pimpl : hasher_pimpl {
 }  // namespace
 
 std::string hash_sha1(std::string_view data) {
-  md_ctx_ptr ctx(EVP_MD_CTX_new());
+  digest_context_ptr ctx(EVP_MD_CTX_new());
   unsigned char digest[EVP_MAX_MD_SIZE];
   unsigned int length = 0;
   // The length is deliberately cut to 32 bits, as it always has been; large

@@ -2,8 +2,8 @@
 // CPU has them): incremental hashers and the one-shot hashes of long inputs.
 #include <norvane/hash_xxh3.hpp>
 
-#include "hasher_pimpl.hpp"
-#include "xxh3_long.hpp"
+#include "util/hasher_pimpl.hpp"
+#include "util/xxh3_long.hpp"
 
 #if defined(__x86_64__) || defined(_M_X64)
 #include <xxh_x86dispatch.h>

@@ -2,7 +2,7 @@
 // vectorised loop, so they run xxHash's code inlined here, saving the call
 // into the dispatcher; a 64-byte hash costs only a few nanoseconds, so that
 // call would be a tenth of it. Longer inputs take the runtime-dispatched path.
-#include "xxh3_long.hpp"
+#include "util/xxh3_long.hpp"
 
 #define XXH_INLINE_ALL
 #include <xxhash.h>

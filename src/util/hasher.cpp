@@ -1,5 +1,5 @@
 // The incremental hasher base: byte counting and the record's ownership.
-#include "hasher_pimpl.hpp"
+#include "util/hasher_pimpl.hpp"
 
 #include "util/hex_digit.hpp"
 

@@ -68,14 +68,7 @@ bool parse_value_item(std::string* out, string_scanner* scanner) {
   if (scanner->failed) {
     return false;
   }
-  const std::string_view inside = rest.substr(0, close);
-  out->resize(inside.size());
-  std::size_t length = 0;
-  if (!details::unescape_impl(out, &length, inside, nullptr)) {
-    return false;
-  }
-  out->erase(length);
-  return true;
+  return unescape(out, rest.substr(0, close), nullptr);
 }
 
 }  // namespace norvane

@@ -7,8 +7,8 @@
 namespace norvane::yaml::details {
 
 struct access {
-  static tree::record& rec(tree& t) noexcept { return *t.impl_; }
-  static const tree::record& rec(const tree& t) noexcept { return *t.impl_; }
+  static tree::record& record(tree& t) noexcept { return *t.impl_; }
+  static const tree::record& record(const tree& t) noexcept { return *t.impl_; }
   static ryml_wrapper::pimpl* impl(const ryml_wrapper& handle) noexcept { return handle.impl_.get(); }
 };
 

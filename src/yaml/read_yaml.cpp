@@ -21,13 +21,13 @@ ryml_wrapper read_yaml(std::string_view text, std::vector<std::string>& errors, 
   ryml_wrapper result;
   try {
     ryml_wrapper::pimpl* d = details::access::impl(result);
-    if (!details::read_into(*d->t, "file", text, get_callbacks(), options.merge_keys)) {
+    if (!details::read_into(*d->shared_tree, "file", text, get_callbacks(), options.merge_keys)) {
       // An error function that returned instead of throwing still leaves
       // no usable document.
       result.clear();
       return result;
     }
-    d->node = node_ref(d->t, d->t->root_id());
+    d->node = node_ref(d->shared_tree, d->shared_tree->root_id());
     result.parse_value();
   } catch (const std::exception& e) {
     errors.emplace_back(e.what());

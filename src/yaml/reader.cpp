@@ -54,7 +54,7 @@ void discard_diagnostic(fy_diag* /*diag*/, void* /*user*/, const char* /*buf*/, 
 
 bool read_into(tree& t, std::string_view source_name, std::string_view text, const callbacks& cb,
                bool merge_keys) {
-  tree::record& rec = access::rec(t);
+  tree::record& rec = access::record(t);
   rec.reset_to_root();
 
   auto fail_at = [&](std::string_view message, const location& loc) {

@@ -17,10 +17,11 @@ using details::scalar_kind;
 // Queries read through the handle's own tree; the node reference carries
 // only the id and the seed.
 bool addresses_node(const ryml_wrapper::pimpl* d) noexcept {
-  return d != nullptr && d->t != nullptr && d->node.readable() && d->node.id() < d->t->size();
+  return d != nullptr && d->shared_tree != nullptr && d->node.readable() &&
+         d->node.id() < d->shared_tree->size();
 }
 
-node_type flags_of(const ryml_wrapper::pimpl* d) noexcept { return d->t->type(d->node.id()); }
+node_type flags_of(const ryml_wrapper::pimpl* d) noexcept { return d->shared_tree->type(d->node.id()); }
 
 bool has_val(const ryml_wrapper::pimpl* d) noexcept { return addresses_node(d) && (flags_of(d) & VAL) != 0; }
 
@@ -31,16 +32,16 @@ constexpr node_type container_bits = MAP | SEQ | 32;
 // tree (cleared, or empty from a lookup) holds no share: releasing again
 // would take another handle's share away and free the tree under it.
 void release_share(ryml_wrapper::pimpl& d) noexcept {
-  if (d.t == nullptr) {
+  if (d.shared_tree == nullptr) {
     d.node = node_ref();
     return;
   }
   if (d.share_count->fetch_sub(1, std::memory_order_seq_cst) - 1 == 0) {
-    delete d.t;
+    delete d.shared_tree;
     d.share_count->store(1, std::memory_order_seq_cst);
   }
   d.node = node_ref();
-  d.t = nullptr;
+  d.shared_tree = nullptr;
 }
 
 void free_counter_if_unused(ryml_wrapper::pimpl& d) noexcept {
@@ -63,9 +64,9 @@ node_ref rebind(const node_ref& n, tree* t) noexcept {
 // Takes a deep copy of the source's tree as a new share of its own. The
 // node keeps its id (and seed), which addresses the same place in the copy.
 void copy_share(ryml_wrapper::pimpl& d, const ryml_wrapper::pimpl& src) {
-  d.t = src.t != nullptr ? new tree(*src.t) : nullptr;
+  d.shared_tree = src.shared_tree != nullptr ? new tree(*src.shared_tree) : nullptr;
   d.share_count = details::new_share_counter(1);
-  d.node = d.t != nullptr ? rebind(src.node, d.t) : node_ref();
+  d.node = d.shared_tree != nullptr ? rebind(src.node, d.shared_tree) : node_ref();
 }
 
 // The result of a lookup that does not apply: no tree, a counter of its own.
@@ -73,20 +74,29 @@ void copy_share(ryml_wrapper::pimpl& d, const ryml_wrapper::pimpl& src) {
 // a tree only to free it.
 ryml_wrapper empty_handle() { return ryml_wrapper(nullptr, node_ref(), details::new_share_counter(0)); }
 
+// A child that does not exist yet is addressed through a seed (`selector`),
+// so that writing through the handle creates it.
+template <typename Selector>
+ryml_wrapper child_or_seed(const ryml_wrapper::pimpl& d, std::size_t child, Selector selector) {
+  tree* const owner = d.shared_tree;
+  const node_ref target = child != npos ? node_ref(owner, child) : node_ref(owner, d.node.id(), selector);
+  return ryml_wrapper(owner, target, d.share_count);
+}
+
 }  // namespace
 
 ryml_wrapper::ryml_wrapper() : impl_(new pimpl) {
-  impl_->t = new tree();
-  impl_->node = node_ref(impl_->t, impl_->t->root_id());
+  impl_->shared_tree = new tree();
+  impl_->node = node_ref(impl_->shared_tree, impl_->shared_tree->root_id());
   impl_->share_count = details::new_share_counter(1);
 }
 
 ryml_wrapper::ryml_wrapper(tree* t, node_ref node, std::atomic<long>* count) : impl_(new pimpl) {
-  impl_->t = t;
+  impl_->shared_tree = t;
   impl_->node = node;
   impl_->share_count = count;
   parse_value();
-  impl_->incr();
+  impl_->add_share();
 }
 
 ryml_wrapper::ryml_wrapper(const ryml_wrapper& other) : impl_(new pimpl) {
@@ -149,8 +159,8 @@ void ryml_wrapper::parse_value() {
   if (impl_ == nullptr) {
     return;
   }
-  impl_->value =
-      has_val(impl_.get()) ? details::classify(impl_->t->val(impl_->node.id())) : details::scalar_value{};
+  impl_->value = has_val(impl_.get()) ? details::classify(impl_->shared_tree->val(impl_->node.id()))
+                                      : details::scalar_value{};
 }
 
 bool ryml_wrapper::is_valid() const { return addresses_node(impl_.get()); }
@@ -165,7 +175,7 @@ bool ryml_wrapper::is_structured() const {
 }
 bool ryml_wrapper::is_primitive() const { return has_val(impl_.get()); }
 bool ryml_wrapper::is_null() const {
-  return has_val(impl_.get()) && impl_->t->val(impl_->node.id()).data() == nullptr;
+  return has_val(impl_.get()) && impl_->shared_tree->val(impl_->node.id()).data() == nullptr;
 }
 bool ryml_wrapper::is_boolean() const {
   return has_val(impl_.get()) && impl_->value.kind == scalar_kind::boolean;
@@ -174,7 +184,7 @@ bool ryml_wrapper::is_number_integer() const {
   return has_val(impl_.get()) && impl_->value.kind == scalar_kind::integer;
 }
 bool ryml_wrapper::is_number_unsigned() const {
-  return has_val(impl_.get()) && impl_->value.kind == scalar_kind::integer && impl_->value.i >= 0;
+  return has_val(impl_.get()) && impl_->value.kind == scalar_kind::integer && impl_->value.integer >= 0;
 }
 bool ryml_wrapper::is_number_float() const {
   return has_val(impl_.get()) && impl_->value.kind == scalar_kind::floating;
@@ -188,7 +198,7 @@ bool ryml_wrapper::is_string() const {
 }
 
 bool ryml_wrapper::has_value() const {
-  return has_val(impl_.get()) && impl_->t->val(impl_->node.id()).data() != nullptr &&
+  return has_val(impl_.get()) && impl_->shared_tree->val(impl_->node.id()).data() != nullptr &&
          (flags_of(impl_.get()) & VALNIL) == 0;
 }
 
@@ -199,37 +209,36 @@ std::size_t ryml_wrapper::size() const {
     return 0;
   }
   const node_type f = flags_of(impl_.get());
-  if ((f & VAL) != 0 && impl_->t->val(impl_->node.id()).data() == nullptr) {
+  if ((f & VAL) != 0 && impl_->shared_tree->val(impl_->node.id()).data() == nullptr) {
     return 0;
   }
   if ((f & container_bits) == 0) {
     return 1;
   }
-  return impl_->t->num_children(impl_->node.id());
+  return impl_->shared_tree->num_children(impl_->node.id());
 }
 
 std::string_view ryml_wrapper::key() const {
   if (!addresses_node(impl_.get()) || (flags_of(impl_.get()) & KEY) == 0) {
     return {};
   }
-  return impl_->t->key(impl_->node.id());
+  return impl_->shared_tree->key(impl_->node.id());
 }
 
 ryml_wrapper ryml_wrapper::operator[](std::size_t index) {
   if (!addresses_node(impl_.get()) || (flags_of(impl_.get()) & container_bits) == 0) {
     return empty_handle();
   }
-  const std::size_t c = impl_->t->child(impl_->node.id(), index);
-  const node_ref target = c != npos ? node_ref(impl_->t, c) : node_ref(impl_->t, impl_->node.id(), index);
-  return ryml_wrapper(impl_->t, target, impl_->share_count);
+  return child_or_seed(*impl_, impl_->shared_tree->child(impl_->node.id(), index), index);
 }
 
 ryml_wrapper ryml_wrapper::operator[](std::size_t index) const {
   if (!addresses_node(impl_.get()) || (flags_of(impl_.get()) & container_bits) == 0 ||
-      index >= impl_->t->num_children(impl_->node.id())) {
+      index >= impl_->shared_tree->num_children(impl_->node.id())) {
     return empty_handle();
   }
-  return ryml_wrapper(impl_->t, node_ref(impl_->t, impl_->t->child(impl_->node.id(), index)),
+  return ryml_wrapper(impl_->shared_tree,
+                      node_ref(impl_->shared_tree, impl_->shared_tree->child(impl_->node.id(), index)),
                       impl_->share_count);
 }
 
@@ -237,76 +246,58 @@ ryml_wrapper ryml_wrapper::operator[](std::string_view key) {
   if (!addresses_node(impl_.get()) || (flags_of(impl_.get()) & MAP) == 0) {
     return empty_handle();
   }
-  const std::size_t c = impl_->t->find_child(impl_->node.id(), key);
-  const node_ref target = c != npos ? node_ref(impl_->t, c) : node_ref(impl_->t, impl_->node.id(), key);
-  return ryml_wrapper(impl_->t, target, impl_->share_count);
+  return child_or_seed(*impl_, impl_->shared_tree->find_child(impl_->node.id(), key), key);
 }
 
 ryml_wrapper ryml_wrapper::operator[](std::string_view key) const {
   if (!addresses_node(impl_.get()) || (flags_of(impl_.get()) & MAP) == 0) {
     return empty_handle();
   }
-  const std::size_t c = impl_->t->find_child(impl_->node.id(), key);
+  const std::size_t c = impl_->shared_tree->find_child(impl_->node.id(), key);
   if (c == npos) {
     return empty_handle();
   }
-  return ryml_wrapper(impl_->t, node_ref(impl_->t, c), impl_->share_count);
+  return ryml_wrapper(impl_->shared_tree, node_ref(impl_->shared_tree, c), impl_->share_count);
 }
 
 namespace {
 
-// Materialises a seed and stores `text` (already in the arena) as the
-// value. The cached classification is left alone on purpose.
-void write_value(ryml_wrapper::pimpl* d, std::string_view text) {
-  if (d == nullptr || d->t == nullptr || d->node.id() == npos) {
+// Materialises a seed and stores a copy of `text` in the tree's arena as
+// the value (the caller's text may not outlive the handle). The cached
+// classification is left alone on purpose.
+void write_text(ryml_wrapper::pimpl* d, std::string_view text) {
+  if (d == nullptr || d->shared_tree == nullptr || d->node.id() == npos) {
     return;
   }
+  const std::string_view stored = d->shared_tree->copy_to_arena(text);
   d->node.apply_seed();
   const std::size_t id = d->node.id();
-  d->t->set_val(id, text);
+  d->shared_tree->set_val(id, stored);
   // A written value is never an explicit null any more.
-  d->t->set_flags(id, (d->t->type(id) | VAL) & ~VALNIL);
+  d->shared_tree->set_flags(id, (d->shared_tree->type(id) | VAL) & ~VALNIL);
+}
+
+// The shortest text that reads back to the same number.
+template <typename Number>
+void write_number(ryml_wrapper::pimpl* d, Number value) {
+  char text[32];
+  const char* const end = std::to_chars(text, text + sizeof text, value).ptr;
+  write_text(d, std::string_view(text, static_cast<std::size_t>(end - text)));
 }
 
 }  // namespace
 
-void ryml_wrapper::assign_primitive_impl(bool value) {
-  if (impl_ == nullptr || impl_->t == nullptr) {
-    return;
-  }
-  write_value(impl_.get(), impl_->t->copy_to_arena(value ? "true" : "false"));
-}
+void ryml_wrapper::assign_primitive_impl(bool value) { write_text(impl_.get(), value ? "true" : "false"); }
 
-void ryml_wrapper::assign_primitive_impl(long long value) {
-  if (impl_ == nullptr || impl_->t == nullptr) {
-    return;
-  }
-  char buf[24];
-  const auto r = std::to_chars(buf, buf + sizeof buf, value);
-  write_value(impl_.get(),
-              impl_->t->copy_to_arena(std::string_view(buf, static_cast<std::size_t>(r.ptr - buf))));
-}
+void ryml_wrapper::assign_primitive_impl(long long value) { write_number(impl_.get(), value); }
 
-void ryml_wrapper::assign_primitive_impl(double value) {
-  if (impl_ == nullptr || impl_->t == nullptr) {
-    return;
-  }
-  char buf[32];
-  const auto r = std::to_chars(buf, buf + sizeof buf, value);
-  write_value(impl_.get(),
-              impl_->t->copy_to_arena(std::string_view(buf, static_cast<std::size_t>(r.ptr - buf))));
-}
+void ryml_wrapper::assign_primitive_impl(double value) { write_number(impl_.get(), value); }
 
-void ryml_wrapper::assign_primitive_impl(std::string_view value) {
-  if (impl_ == nullptr || impl_->t == nullptr) {
-    return;
-  }
-  write_value(impl_.get(), impl_->t->copy_to_arena(value));
-}
+void ryml_wrapper::assign_primitive_impl(std::string_view value) { write_text(impl_.get(), value); }
 
 void ryml_wrapper::extract_primitive_impl(bool& out) const {
   if (impl_ != nullptr && impl_->value.kind == scalar_kind::boolean) {
-    out = impl_->value.b;
+    out = impl_->value.boolean;
   }
 }
 
@@ -315,9 +306,9 @@ void ryml_wrapper::extract_primitive_impl(long long& out) const {
     return;
   }
   if (impl_->value.kind == scalar_kind::integer) {
-    out = impl_->value.i;
+    out = impl_->value.integer;
   } else if (impl_->value.kind == scalar_kind::floating) {
-    const double f = impl_->value.f;
+    const double f = impl_->value.floating;
     constexpr double limit = 9223372036854775808.0;  // 2^63
     if (std::isnan(f)) {
       return;
@@ -337,9 +328,9 @@ void ryml_wrapper::extract_primitive_impl(double& out) const {
     return;
   }
   if (impl_->value.kind == scalar_kind::floating) {
-    out = impl_->value.f;
+    out = impl_->value.floating;
   } else if (impl_->value.kind == scalar_kind::integer) {
-    out = static_cast<double>(impl_->value.i);
+    out = static_cast<double>(impl_->value.integer);
   }
 }
 
@@ -350,11 +341,11 @@ void ryml_wrapper::extract_primitive_impl(std::string& out) const noexcept {
     return;
   }
   const std::size_t id = impl_->node.id();
-  const std::string_view text = impl_->t->val(id);
+  const std::string_view text = impl_->shared_tree->val(id);
   if (!text.empty() && (flags_of(impl_.get()) & VALNIL) != 0) {
     // Raising inside a function that must not throw: a throwing handler
     // ends the process here, as the default handler does.
-    raise_error(impl_->t->get_callbacks(), "could not deserialize value", location{});
+    raise_error(impl_->shared_tree->get_callbacks(), "could not deserialize value", location{});
     return;
   }
   out.assign(text.data() != nullptr ? text.data() : "", text.size());
@@ -373,13 +364,14 @@ ryml_wrapper::iterator ryml_wrapper::begin() const {
   }
   const std::size_t id = impl_->node.id();
   if ((flags_of(impl_.get()) & container_bits) == 0) {
-    return iterator(impl_->t, impl_->share_count, id, false);
+    return iterator(impl_->shared_tree, impl_->share_count, id, false);
   }
-  return iterator(impl_->t, impl_->share_count, impl_->t->first_child(id), true);
+  return iterator(impl_->shared_tree, impl_->share_count, impl_->shared_tree->first_child(id), true);
 }
 
 ryml_wrapper::iterator ryml_wrapper::end() const {
-  return addresses_node(impl_.get()) ? iterator(impl_->t, impl_->share_count, npos, false) : iterator();
+  return addresses_node(impl_.get()) ? iterator(impl_->shared_tree, impl_->share_count, npos, false)
+                                     : iterator();
 }
 
 element ryml_wrapper::iterator::operator*() const {

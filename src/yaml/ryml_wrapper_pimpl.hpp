@@ -11,12 +11,12 @@ namespace norvane::yaml {
 
 struct ryml_wrapper::pimpl {
   // Raw: every handle on the tree shares it, and the last share released frees it.
-  tree* t = nullptr;
+  tree* shared_tree = nullptr;
   node_ref node;
   std::atomic<long>* share_count = nullptr;
   details::scalar_value value;
 
-  void incr() noexcept { share_count->fetch_add(1, std::memory_order_seq_cst); }
+  void add_share() noexcept { share_count->fetch_add(1, std::memory_order_seq_cst); }
 };
 
 namespace details {

@@ -155,7 +155,7 @@ bool parse_bool(std::string_view s, bool& out) noexcept {
 scalar_value classify(std::string_view text) noexcept {
   scalar_value v;
   v.kind = scalar_kind::string;
-  v.s = {text.data(), text.size()};
+  v.text = {text.data(), text.size()};
   if (text.data() == nullptr || text.empty()) {
     return v;
   }
@@ -168,13 +168,13 @@ scalar_value classify(std::string_view text) noexcept {
   bool b = false;
   if (parse_integer(t, i)) {
     v.kind = scalar_kind::integer;
-    v.i = i;
+    v.integer = i;
   } else if (parse_float(t, f)) {
     v.kind = scalar_kind::floating;
-    v.f = f;
+    v.floating = f;
   } else if (parse_bool(t, b)) {
     v.kind = scalar_kind::boolean;
-    v.b = b;
+    v.boolean = b;
   }
   return v;
 }

@@ -19,10 +19,10 @@ struct scalar_value {
 
   scalar_kind kind = scalar_kind::none;
   union {
-    text_view s{nullptr, 0};
-    bool b;
-    long long i;
-    double f;
+    text_view text{nullptr, 0};
+    bool boolean;
+    long long integer;
+    double floating;
   };
 };
 

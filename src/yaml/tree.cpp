@@ -158,7 +158,7 @@ void tree::record::copy_from(const record& other) {
   }
   nodes.swap(pool);
   arena = std::move(copied);
-  cb = other.cb;
+  error_callbacks = other.error_callbacks;
 }
 
 void raise_error(const callbacks& cb, std::string_view message, const location& loc) {
@@ -169,7 +169,7 @@ void raise_error(const callbacks& cb, std::string_view message, const location& 
 tree::tree() : tree(yaml::get_callbacks()) {}
 
 tree::tree(const callbacks& cb) : impl_(new record) {
-  impl_->cb = cb;
+  impl_->error_callbacks = cb;
   impl_->reset_to_root();
 }
 
@@ -181,7 +181,7 @@ tree& tree::operator=(const tree& other) {
     copy.copy_from(*other.impl_);
     impl_->nodes.swap(copy.nodes);
     impl_->arena = std::move(copy.arena);
-    impl_->cb = copy.cb;
+    impl_->error_callbacks = copy.error_callbacks;
   }
   return *this;
 }
@@ -199,7 +199,7 @@ void tree::clear() { impl_->reset_to_root(); }
 
 std::size_t tree::size() const noexcept { return impl_->nodes.size(); }
 std::size_t tree::arena_size() const noexcept { return impl_->arena.size(); }
-const callbacks& tree::get_callbacks() const noexcept { return impl_->cb; }
+const callbacks& tree::get_callbacks() const noexcept { return impl_->error_callbacks; }
 
 node_type tree::type(std::size_t id) const noexcept {
   return impl_->contains(id) ? impl_->at(id).type & ~OPEN : NOTYPE;

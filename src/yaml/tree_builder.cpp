@@ -64,7 +64,7 @@ fy_mark mark_of(fy_event* e) noexcept {
 class tree_builder::impl {
 public:
   impl(tree::record& rec, const char* text, std::size_t length, bool merge_keys) noexcept
-      : r_(rec), text_begin_(text), text_end_(text + length), merge_keys_(merge_keys) {}
+      : record_(rec), text_begin_(text), text_end_(text + length), merge_keys_(merge_keys) {}
 
   const fy_mark* open_flow(bool& is_map) const noexcept {
     for (auto f = stack_.rbegin(); f != stack_.rend(); ++f) {
@@ -93,7 +93,7 @@ public:
           error = {"aliases expand to more than " + std::to_string(max_alias_nodes) + " nodes", mark_of(e)};
           return false;
         }
-        r_.nodes[stack_.back().node].type &= ~OPEN;
+        record_.nodes[stack_.back().node].type &= ~OPEN;
         stack_.pop_back();
         return true;
       case FYET_ALIAS:
@@ -104,7 +104,7 @@ public:
   }
 
 private:
-  node_id append(node_id parent) { return r_.append_child(parent); }
+  node_id append(node_id parent) { return record_.append_child(parent); }
 
   // A new last child of `parent` carrying `original`'s key, value and type,
   // not its children. Counted against the alias limit: none past it.
@@ -114,8 +114,8 @@ private:
     }
     const node_id copy = append(parent);
     // Read after append, which may move the nodes.
-    const node_data& from = r_.nodes[original];
-    node_data& to = r_.nodes[copy];
+    const node_data& from = record_.nodes[original];
+    node_data& to = record_.nodes[copy];
     to.key_ptr = from.key_ptr;
     to.key_len = from.key_len;
     to.val_ptr = from.val_ptr;
@@ -135,21 +135,21 @@ private:
     if (documents_ == 2) {
       // A second document turns the root into a stream whose first child
       // takes over what the root held.
-      node_data first = r_.nodes[0];
+      node_data first = record_.nodes[0];
       first.parent = 0;
       first.type |= DOC;
-      const node_id moved = r_.nodes.push(first);
-      for (node_id c = first.first_child; c != none; c = r_.nodes[c].next_sibling) {
-        r_.nodes[c].parent = moved;
+      const node_id moved = record_.nodes.push(first);
+      for (node_id c = first.first_child; c != none; c = record_.nodes[c].next_sibling) {
+        record_.nodes[c].parent = moved;
       }
-      node_data& root = r_.nodes[0];
+      node_data& root = record_.nodes[0];
       root = empty_node(none);
       root.type = STREAM;
       root.first_child = root.last_child = moved;
       root.num_children = 1;
     }
     document_ = append(0);
-    r_.nodes[document_].type = DOC;
+    record_.nodes[document_].type = DOC;
   }
 
   target next_target() {
@@ -186,7 +186,7 @@ private:
   // A one-line single-quoted scalar only escapes its quotes by doubling
   // them. Done here: libfyaml 0.7.12 loses a buffer on some of these.
   std::string_view unquote_single(std::string_view range) {
-    char* out = r_.arena.alloc(range.size());
+    char* out = record_.arena.alloc(range.size());
     std::size_t n = 0;
     for (std::size_t i = 0; i < range.size(); ++i) {
       out[n++] = range[i];
@@ -226,7 +226,7 @@ private:
     if (p >= text_begin_ && p + length <= text_end_) {
       return {p, length};
     }
-    char* copy = r_.arena.alloc(length);
+    char* copy = record_.arena.alloc(length);
     std::memcpy(copy, p, length);
     return {copy, length};
   }
@@ -234,7 +234,7 @@ private:
   static std::uint32_t length_of(std::string_view s) { return static_cast<std::uint32_t>(s.size()); }
 
   void set_scalar(const target& t, std::string_view text, bool quoted, bool null) {
-    node_data& n = r_.nodes[t.id];
+    node_data& n = record_.nodes[t.id];
     if (t.where == slot::key) {
       n.key_ptr = text.data();
       n.key_len = length_of(text);
@@ -273,7 +273,7 @@ private:
     const target t = next_target();
     set_scalar(t, text, !plain, null);
     if (merge_keys_ && t.where == slot::key && plain && !tagged && text == "<<") {
-      r_.nodes[t.id].type |= MERGE;
+      record_.nodes[t.id].type |= MERGE;
       stack_.back().has_merge = true;
     }
     remember_anchor(e->scalar.anchor, t.id, t.where);
@@ -290,7 +290,7 @@ private:
       error = {"nesting deeper than " + std::to_string(max_nesting_depth) + " levels", mark_of(e)};
       return false;
     }
-    r_.nodes[t.id].type |= (is_map ? MAP : SEQ) | OPEN;
+    record_.nodes[t.id].type |= (is_map ? MAP : SEQ) | OPEN;
     const bool flow = fy_event_get_node_style(e) == FYNS_FLOW;
     stack_.push_back(frame{t.id, is_map, true, flow, false, none, mark_of(e)});
     remember_anchor(anchor, t.id, slot::container);
@@ -309,7 +309,7 @@ private:
     const anchor_ref a = found->second;
     const target t = next_target();
     if (a.where != slot::container) {
-      const node_data& src = r_.nodes[a.id];
+      const node_data& src = record_.nodes[a.id];
       if (a.where == slot::key) {
         set_scalar(t, {src.key_ptr, src.key_len}, (src.type & KEYQUO) != 0, (src.type & KEYNIL) != 0);
       } else {
@@ -321,7 +321,7 @@ private:
       error = {"maps and sequences as keys are not supported", mark_of(e)};
       return false;
     }
-    if ((r_.nodes[a.id].type & OPEN) != 0) {
+    if ((record_.nodes[a.id].type & OPEN) != 0) {
       error = {"alias '" + anchor_name + "' refers to a node that contains it", alias_mark(e)};
       return false;
     }
@@ -345,18 +345,18 @@ private:
   // Copies the children of `src` under `dst` with a work list; the anchored
   // subtree is complete, so `dst` never lies inside it.
   bool copy_subtree(node_id src, node_id dst) {
-    r_.nodes[dst].type |= r_.nodes[src].type & (MAP | SEQ);
+    record_.nodes[dst].type |= record_.nodes[src].type & (MAP | SEQ);
     work_.clear();
     work_.emplace_back(src, dst);
     while (!work_.empty()) {
       const auto [from, to] = work_.back();
       work_.pop_back();
-      for (node_id c = r_.nodes[from].first_child; c != none; c = r_.nodes[c].next_sibling) {
+      for (node_id c = record_.nodes[from].first_child; c != none; c = record_.nodes[c].next_sibling) {
         const node_id copy = append_copy(to, c);
         if (copy == none) {
           return false;
         }
-        if (r_.nodes[c].first_child != none) {
+        if (record_.nodes[c].first_child != none) {
           work_.emplace_back(c, copy);
         }
       }
@@ -368,7 +368,7 @@ private:
   // or the items of its sequence when all of them are. Anything else is
   // not a merge and stays an ordinary entry.
   bool merge_sources(node_id entry, std::vector<node_id>& sources) const {
-    const node_data& n = r_.nodes[entry];
+    const node_data& n = record_.nodes[entry];
     if ((n.type & MAP) != 0) {
       sources.push_back(entry);
       return true;
@@ -377,8 +377,8 @@ private:
       return false;
     }
     const std::size_t before = sources.size();
-    for (node_id c = n.first_child; c != none; c = r_.nodes[c].next_sibling) {
-      if ((r_.nodes[c].type & MAP) == 0) {
+    for (node_id c = n.first_child; c != none; c = record_.nodes[c].next_sibling) {
+      if ((record_.nodes[c].type & MAP) == 0) {
         sources.resize(before);
         return false;
       }
@@ -395,25 +395,25 @@ private:
   // counted here. False when that passes the alias limit.
   bool resolve_merges(node_id map) {
     std::unordered_set<std::string_view> taken;
-    for (node_id c = r_.nodes[map].first_child; c != none; c = r_.nodes[c].next_sibling) {
-      if ((r_.nodes[c].type & MERGE) == 0) {
+    for (node_id c = record_.nodes[map].first_child; c != none; c = record_.nodes[c].next_sibling) {
+      if ((record_.nodes[c].type & MERGE) == 0) {
         taken.insert(key_of(c));
       }
     }
     std::vector<node_id> order;
     std::vector<node_id> sources;
     // Copies hang here until relinked, out of every list being walked.
-    const node_id scratch = r_.nodes.push(empty_node(map));
-    for (node_id c = r_.nodes[map].first_child; c != none; c = r_.nodes[c].next_sibling) {
+    const node_id scratch = record_.nodes.push(empty_node(map));
+    for (node_id c = record_.nodes[map].first_child; c != none; c = record_.nodes[c].next_sibling) {
       sources.clear();
-      if ((r_.nodes[c].type & MERGE) == 0 || !merge_sources(c, sources)) {
-        r_.nodes[c].type &= ~MERGE;
+      if ((record_.nodes[c].type & MERGE) == 0 || !merge_sources(c, sources)) {
+        record_.nodes[c].type &= ~MERGE;
         order.push_back(c);
         continue;
       }
       for (node_id source : sources) {
         const bool keep_whole = anchored_containers_.count(source) != 0;
-        for (node_id m = r_.nodes[source].first_child; m != none; m = r_.nodes[m].next_sibling) {
+        for (node_id m = record_.nodes[source].first_child; m != none; m = record_.nodes[m].next_sibling) {
           if (!taken.insert(key_of(m)).second) {
             continue;
           }
@@ -425,7 +425,7 @@ private:
           if (copy == none) {
             return false;
           }
-          if (r_.nodes[m].first_child != none && !copy_subtree(m, copy)) {
+          if (record_.nodes[m].first_child != none && !copy_subtree(m, copy)) {
             return false;
           }
           order.push_back(copy);
@@ -437,29 +437,29 @@ private:
   }
 
   std::string_view key_of(node_id id) const noexcept {
-    const node_data& n = r_.nodes[id];
+    const node_data& n = record_.nodes[id];
     return {n.key_ptr != nullptr ? n.key_ptr : empty_text, n.key_len};
   }
 
   void relink(node_id parent, const std::vector<node_id>& children) noexcept {
-    node_data& p = r_.nodes[parent];
+    node_data& p = record_.nodes[parent];
     p.first_child = p.last_child = none;
     p.num_children = 0;
     for (node_id c : children) {
-      node_data& n = r_.nodes[c];
+      node_data& n = record_.nodes[c];
       n.parent = parent;
       n.next_sibling = none;
       if (p.last_child == none) {
         p.first_child = c;
       } else {
-        r_.nodes[p.last_child].next_sibling = c;
+        record_.nodes[p.last_child].next_sibling = c;
       }
       p.last_child = c;
       ++p.num_children;
     }
   }
 
-  tree::record& r_;
+  tree::record& record_;
   const char* text_begin_;
   const char* text_end_;
   bool merge_keys_;

@@ -89,7 +89,7 @@ private:
 struct tree::record {
   node_pool nodes;
   text_arena arena;
-  callbacks cb;
+  callbacks error_callbacks;
 
   node_data& at(std::size_t id) noexcept { return nodes[static_cast<node_id>(id)]; }
   const node_data& at(std::size_t id) const noexcept { return nodes[static_cast<node_id>(id)]; }

@@ -282,7 +282,7 @@ outcome run_case(const fs::path& dir) {
     o.reason = "valid input refused: " + errors[0];
     return o;
   }
-  const tree& t = *access::impl(doc)->t;
+  const tree& t = *access::impl(doc)->shared_tree;
   const events actual = actual_events(t);
   if (actual != expected) {
     const auto [got, want] = std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());

@@ -140,7 +140,7 @@ TEST(YamlHandle, ExplicitNullReportsThroughTheTreesCallbacks) {
                           }});
   ryml_wrapper h;  // its tree keeps the recording callbacks
   set_callbacks(default_callbacks());
-  tree& t = *access::impl(h)->t;
+  tree& t = *access::impl(h)->shared_tree;
   t.set_val(t.root_id(), t.copy_to_arena("~"));
   t.add_flags(t.root_id(), VAL | VALNIL);
   h.parse_value();

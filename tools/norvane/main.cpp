@@ -8,6 +8,7 @@
 #include <iostream>
 #include <map>
 #include <memory>
+#include <string>
 
 namespace {
 
@@ -38,8 +39,12 @@ void set_up_logging(const norvane::cmdline_parser& options) {
   } else {
     try {
       sink = std::make_shared<norvane::log_sink_file>(file, false);
-    } catch (const std::exception&) {
-      throw usage_error("cannot open log file '" + file + "'");
+    } catch (const std::exception& e) {
+      // The sink's text ends in the system's reason ("...: Permission denied").
+      const std::string what = e.what();
+      const auto reason = what.rfind(": ");
+      throw usage_error("cannot open log file '" + file + "'" +
+                        (reason == std::string::npos ? std::string() : what.substr(reason)));
     }
   }
   norvane::install_default_log_sink(sink);
