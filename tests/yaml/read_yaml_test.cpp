@@ -240,7 +240,7 @@ bare: x	y
   const ryml_wrapper many = read_ok("--- {a: 1}\n--- plain\n---\n- x\n");
   EXPECT_TRUE(many.is_array()) << "a stream is a sequence of documents";
   EXPECT_EQ(many[1].as<std::string>(), "plain");
-  EXPECT_EQ(access::impl(many)->t->type(access::impl(many)->t->root_id()), STREAM);
+  EXPECT_EQ(access::impl(many)->shared_tree->type(access::impl(many)->shared_tree->root_id()), STREAM);
   EXPECT_TRUE(read_ok("--- {a: 1}\n").is_object()) << "one document is the root itself";
 }
 
@@ -272,7 +272,8 @@ TEST(YamlRead, MergeKeysMergeNamedMapsAndLocalKeysWin) {
 TEST(YamlRead, AHundredMegabyteScalarIsHeldOnce) {
   std::string text = "big: " + std::string(100u << 20, 'x') + "\nafter: 1\n";
   const ryml_wrapper doc = read_ok(text);
-  EXPECT_EQ(access::impl(doc["big"])->t->val(access::impl(doc["big"])->node.id()).size(), 100u << 20);
+  EXPECT_EQ(access::impl(doc["big"])->shared_tree->val(access::impl(doc["big"])->node.id()).size(),
+            100u << 20);
   EXPECT_EQ(doc["after"].as<int>(), 1);
-  EXPECT_LT(access::impl(doc)->t->arena_size(), text.size() + 4096);
+  EXPECT_LT(access::impl(doc)->shared_tree->arena_size(), text.size() + 4096);
 }
