@@ -113,7 +113,8 @@ void io_file::close() {
 }
 
 long io_file::peek(char* buffer, long count) const {
-  const auto& mapping = backing(pimpl());
+  auto& mapping = backing(pimpl());
+  mapping.settle();
   const std::int64_t n = readable(mapping, count);
   if (n > 0) {
     std::memcpy(buffer, mapping.data + mapping.position, static_cast<std::size_t>(n));
@@ -123,6 +124,7 @@ long io_file::peek(char* buffer, long count) const {
 
 void io_file::read(char* buffer, long count) {
   auto& mapping = backing(pimpl());
+  mapping.settle();
   const std::int64_t n = readable(mapping, count);
   if (n > 0) {
     copy_out(mapping, buffer, n);
@@ -135,6 +137,10 @@ void io_file::read(char* buffer, long count) {
 
 void io_file::write(const char* buffer, long count) {
   auto& mapping = backing(pimpl());
+  if (mapping.extends_staging(count)) {
+    mapping.extend_staging(buffer, count);
+    return;
+  }
   if (!mapping.writable || count < 0) {
     set_state(failbit);
     return;
@@ -147,6 +153,19 @@ void io_file::write(const char* buffer, long count) {
     }
     return;
   }
+  if (stored_from == mapping.position && count > 0) {
+    // Growth stored the whole write: the small writes that follow it are
+    // staged until the next growth.
+    mapping.position = end;
+    mapping.size = std::max(mapping.size, end);
+    mapping.start_staging();
+    return;
+  }
+  if (stored_from == end && mapping.stages(count)) {
+    mapping.stage(buffer, count);
+    return;
+  }
+  mapping.settle();
   if (stored_from > mapping.position) {
     copy_in(mapping, buffer, stored_from - mapping.position);
   }
@@ -175,7 +194,11 @@ long long io_file::tell() const {
   return mapping.position;
 }
 
-char* io_file::data() const { return backing(pimpl()).data; }
+char* io_file::data() const {
+  auto& mapping = backing(pimpl());
+  mapping.expose();
+  return mapping.data;
+}
 
 long long io_file::size() const { return backing(pimpl()).mapped_length; }
 

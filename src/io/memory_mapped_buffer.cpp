@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <span>
 
 namespace norvane {
@@ -30,7 +31,8 @@ std::error_code last_error() noexcept { return {errno, std::system_category()}; 
 // bookkeeping and saves remapping while the file grows.
 constexpr std::int64_t min_reservation = std::int64_t{256} << 20;
 
-// The largest page that growth writes as zeros (see set_length).
+// The largest page that growth writes as zeros (see set_length), and the
+// largest staging run.
 constexpr std::int64_t zero_page_bytes = std::int64_t{64} << 10;
 
 // The flags for open(2), or -1 for a mode no file can be opened with. The
@@ -124,6 +126,9 @@ std::error_code memory_mapped_buffer::open(const std::filesystem::path& path, un
   }
   writable = (mode & out) != 0;
   mapping_failed = false;
+  staged_from = -1;
+  staged_length = 0;
+  exposed = false;
   const int flags = open_flags(mode);
   if (flags == -1) {
     return std::make_error_code(std::errc::invalid_argument);
@@ -165,6 +170,11 @@ std::error_code memory_mapped_buffer::open(const std::filesystem::path& path, un
     return unwind(error);
   }
   position = (mode & ate) != 0 ? mapped_length : 0;
+  if (writable && staging == nullptr) {
+    // A page: a file written front to back sends one run per page.
+    staging_capacity = std::clamp<std::int64_t>(granularity(), 1, zero_page_bytes);
+    staging = std::make_unique<char[]>(static_cast<std::size_t>(staging_capacity));
+  }
   return {};
 }
 
@@ -180,6 +190,7 @@ std::error_code memory_mapped_buffer::unwind(std::error_code cause) noexcept {
 }
 
 std::error_code memory_mapped_buffer::close() noexcept {
+  settle();
   std::error_code error;
   if (mapped_length > 0) {
     // Unmapping the address a failed mmap returned fails; with no mapping
@@ -211,6 +222,37 @@ std::error_code memory_mapped_buffer::close() noexcept {
 }
 
 bool memory_mapped_buffer::map() noexcept { return map_fresh(mapped_length); }
+
+void memory_mapped_buffer::stage(const char* bytes, std::int64_t count) noexcept {
+  if (staged_from < 0 || position != staged_from + staged_length ||
+      count > staging_capacity - staged_length) {
+    settle();
+    staged_from = position;
+  }
+  extend_staging(bytes, count);
+}
+
+void memory_mapped_buffer::start_staging() noexcept {
+  settle();
+  if (!exposed && staging != nullptr) {
+    staged_from = position;
+  }
+}
+
+// The run's bytes have storage behind them (back ran before they were
+// staged), so copying them in cannot fault.
+void memory_mapped_buffer::settle() noexcept {
+  if (staged_length > 0 && data != nullptr) {
+    std::memcpy(data + staged_from, staging.get(), static_cast<std::size_t>(staged_length));
+  }
+  staged_from = -1;
+  staged_length = 0;
+}
+
+void memory_mapped_buffer::expose() noexcept {
+  settle();
+  exposed = true;
+}
 
 // Maps the file at the start of a fresh address range and releases the old
 // one. A writable file is mapped past its end over the whole range (room to
@@ -289,7 +331,8 @@ std::error_code memory_mapped_buffer::extend_to(std::int64_t length, std::int64_
 // the page cache in one call, with its storage accounted for: the mapping
 // need not fault it in and read it first, and bytes that reach the page end
 // never touch the mapping at all. perf on a 256-byte write loop put a third
-// of its time in the truncate-then-fault path.
+// of its time in the truncate-then-fault path. A staging run that the write
+// extends goes in the same call, ahead of it.
 std::error_code memory_mapped_buffer::set_length(std::int64_t length, const write_bytes& bytes) noexcept {
   const std::int64_t page = granularity();
   if (length - mapped_length != page || page > zero_page_bytes) {
@@ -300,15 +343,18 @@ std::error_code memory_mapped_buffer::set_length(std::int64_t length, const writ
   }
   static const char zeros[zero_page_bytes] = {};
   const bool any = bytes.data != nullptr;
-  const std::int64_t from = any ? std::clamp(bytes.from, mapped_length, length) : mapped_length;
+  const bool prefixed = any && bytes.staged != nullptr;
+  const std::int64_t start = prefixed ? bytes.staged_from : mapped_length;
+  const std::int64_t from =
+      any ? std::clamp(bytes.from, prefixed ? start : mapped_length, length) : mapped_length;
   const std::int64_t to = any ? std::clamp(bytes.to, from, length) : from;
   const char* middle = any ? bytes.data + (from - bytes.from) : zeros;
   iovec pieces[] = {
-      {const_cast<char*>(zeros), static_cast<std::size_t>(from - mapped_length)},
+      {const_cast<char*>(prefixed ? bytes.staged : zeros), static_cast<std::size_t>(from - start)},
       {const_cast<char*>(middle), static_cast<std::size_t>(to - from)},
       {const_cast<char*>(zeros), static_cast<std::size_t>(length - to)},
   };
-  if (write_all(fd, pieces, mapped_length)) {
+  if (write_all(fd, pieces, start)) {
     return {};
   }
   const auto error = last_error();
@@ -333,9 +379,18 @@ std::error_code memory_mapped_buffer::grow_to(std::int64_t required, std::int64_
   const std::int64_t pages = (required - mapped_length + page - 1) / page;
   const std::int64_t most_pages = (INT64_MAX - mapped_length) / page;
   std::int64_t reached = pages;
-  // Only a one-page step takes the write's bytes along (see set_length).
+  // Only a one-page step takes the write's bytes along (see set_length),
+  // and the staging run with them when the write extends it.
   const bool storing = pages == 1 && bytes != nullptr && page <= zero_page_bytes;
-  const write_bytes along = storing ? write_bytes{bytes, written_from, required} : write_bytes{};
+  const bool prefixed = storing && staged_length > 0 && staged_from + staged_length == written_from &&
+                        written_from <= mapped_length;
+  if (!prefixed) {
+    settle();
+  }
+  const write_bytes along = !storing ? write_bytes{}
+                            : prefixed
+                                ? write_bytes{bytes, written_from, required, staging.get(), staged_from}
+                                : write_bytes{bytes, written_from, required};
   std::error_code error = pages > most_pages ? std::make_error_code(std::errc::file_too_large)
                                              : extend_to(mapped_length + pages * page, written_from, along);
   if (error) {
@@ -368,12 +423,17 @@ std::error_code memory_mapped_buffer::grow_to(std::int64_t required, std::int64_
       return mapping_error;
     }
     if (storing && !error) {
-      stored_from = std::max(written_from, mapped_length);
-      if (in_room && required < new_length) {
-        // The page is in the page cache and the next small writes land in
-        // it: map it now, in the same kind of call, rather than through a
-        // fault at the next copy. Kernels without MADV_POPULATE_WRITE
-        // leave that to the fault.
+      stored_from = prefixed ? written_from : std::max(written_from, mapped_length);
+      if (prefixed) {
+        staged_from = -1;
+        staged_length = 0;
+      }
+      if (in_room && required < new_length && exposed) {
+        // The page is in the page cache and, with the mapping handed out,
+        // the next small writes land in it rather than in a staging run:
+        // map it now, in the same kind of call, rather than through a fault
+        // at the next copy. Kernels without MADV_POPULATE_WRITE leave that
+        // to the fault.
         static_cast<void>(
             ::madvise(data + mapped_length, static_cast<std::size_t>(page), MADV_POPULATE_WRITE));
       }

@@ -2,8 +2,10 @@
 // file, grown a page at a time for writes.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <system_error>
 
 namespace norvane {
@@ -43,6 +45,41 @@ struct memory_mapped_buffer {
   // SIGBUS. Fails when the file system has no room.
   std::error_code back(std::int64_t from, std::int64_t to) noexcept;
 
+  // Small writes that follow one another are gathered in a staging run
+  // instead of being copied through the mapping: on a virtual machine the
+  // first touch of each freshly mapped page costs more than a write(2) of
+  // it. The run goes to the file with the write that grows the file past it
+  // (see grow_to), or is copied into the mapping (settle) before anything
+  // looks at the file's bytes.
+  //
+  // True when `count` bytes at the position simply extend the staging run.
+  bool extends_staging(std::int64_t count) const noexcept {
+    return staged_from >= 0 && position == staged_from + staged_length && count >= 0 &&
+           count <= staging_capacity - staged_length && position + count <= mapped_length &&
+           position + count <= backed;
+  }
+  void extend_staging(const char* bytes, std::int64_t count) noexcept {
+    std::copy_n(bytes, count, staging.get() + staged_length);
+    staged_length += count;
+    position += count;
+    size = std::max(size, position);
+  }
+  // True when a write of `count` bytes that fits the mapping is staged.
+  bool stages(std::int64_t count) const noexcept {
+    return !exposed && count > 0 && count <= staging_capacity;
+  }
+  // Stages `count` bytes at the position (backed, within the mapping, at
+  // most staging_capacity), settling a run they do not extend first.
+  void stage(const char* bytes, std::int64_t count) noexcept;
+  // Starts an empty staging run at the position, unless the mapping has
+  // been handed out (see expose).
+  void start_staging() noexcept;
+  // Copies the staging run into the mapping and ends it.
+  void settle() noexcept;
+  // The caller holds the mapping's address from now on: settles, and
+  // writes go through the mapping again until the file is closed.
+  void expose() noexcept;
+
   char* data = nullptr;
   std::int64_t mapped_length = -1;
   std::int64_t size = 0;
@@ -56,6 +93,9 @@ private:
     const char* data = nullptr;
     std::int64_t from = 0;
     std::int64_t to = 0;
+    // The staging run that ends where the write starts, stored ahead of it.
+    const char* staged = nullptr;
+    std::int64_t staged_from = 0;
   };
 
   std::error_code unwind(std::error_code cause) noexcept;
@@ -78,6 +118,13 @@ private:
   std::int64_t backed = 0;
   // The last open's mmap failed; closing then reports a failed unmap.
   bool mapping_failed = false;
+
+  std::unique_ptr<char[]> staging;
+  std::int64_t staging_capacity = 0;
+  // File offset of the staging run; -1 when there is none.
+  std::int64_t staged_from = -1;
+  std::int64_t staged_length = 0;
+  bool exposed = false;
 };
 
 }  // namespace norvane

@@ -32,6 +32,15 @@ void copy_ahead(char* to, const char* from, std::int64_t run, const char* next) 
   std::memcpy(to + done, from + done, static_cast<std::size_t>(run - done));
 }
 
+// Address of physical offset `offset`, for a copy that reads ahead. Only
+// ever prefetched, so it is formed as a plain address: chunk ids are not
+// checked and may point anywhere.
+const char* ahead_of(const char* data, std::int64_t offset) noexcept {
+  return offset < 0 ? nullptr
+                    : reinterpret_cast<const char*>(reinterpret_cast<std::uintptr_t>(data) +
+                                                    static_cast<std::uintptr_t>(offset));
+}
+
 }  // namespace
 
 memory_raw_buffer::~memory_raw_buffer() { release(); }
@@ -65,28 +74,47 @@ std::int64_t memory_raw_buffer::transfer(std::int64_t& p, std::int64_t n, Copy c
     return 0;
   }
   std::int64_t done = 0;
-  while (done < n) {
-    const std::int64_t offset = map(p);
+  if (chunk_size <= 0 || p < 0) {
+    // One run: without chunks every position maps the same way.
+    const std::int64_t offset = n > 0 ? map(p) : -1;
+    if (offset >= 0) {
+      copy(0, offset, n, nullptr);
+      done = n;
+      p += n;
+      if (last_offset != nullptr) {
+        *last_offset = offset + n - 1;
+      }
+    }
+    return done;
+  }
+  // Chunk by chunk from the position's own, so that only the first chunk
+  // costs a division; the offsets are those map gives.
+  const auto cs = static_cast<std::uint64_t>(chunk_size);
+  std::uint64_t k = static_cast<std::uint64_t>(p) / cs;
+  std::int64_t within = p - static_cast<std::int64_t>(k * cs);
+  // Unsigned arithmetic, as in map: absurd chunk ids wrap instead of
+  // overflowing, and a wrapped offset that turns negative stops the copy.
+  const auto physical = [&](std::uint64_t index, std::int64_t from) {
+    const std::uint64_t id = index < chunk_ids.size() ? chunk_ids[index] : index;
+    return static_cast<std::int64_t>(static_cast<std::uint64_t>(from) + id * cs);
+  };
+  while (done < n && k <= chunk_ids.size()) {
+    const std::int64_t offset = physical(k, within);
     if (offset < 0) {
       break;
     }
-    std::int64_t run = n - done;
-    if (chunk_size > 0) {
-      run = std::min(run, chunk_size - p % chunk_size);
-    }
-    // Where the bytes after this run lie, for a copy that reads ahead. Only
-    // ever prefetched, so it is formed as a plain address: chunk ids are not
-    // checked and may point anywhere.
-    const std::int64_t next = map(p + run);
-    const char* ahead = next < 0 ? nullptr
-                                 : reinterpret_cast<const char*>(reinterpret_cast<std::uintptr_t>(data) +
-                                                                 static_cast<std::uintptr_t>(next));
-    copy(done, offset, run, ahead);
+    const std::int64_t run = std::min(n - done, chunk_size - within);
+    const std::int64_t next = within + run < chunk_size   ? offset + run
+                              : k + 1 <= chunk_ids.size() ? physical(k + 1, 0)
+                                                          : -1;
+    copy(done, offset, run, ahead_of(data, next));
     done += run;
     p += run;
     if (last_offset != nullptr) {
       *last_offset = offset + run - 1;
     }
+    within = 0;
+    ++k;
   }
   return done;
 }

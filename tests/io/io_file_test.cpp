@@ -157,6 +157,60 @@ TEST(IoFile, GrowthFarBeyondTheStartKeepsEverythingWritten) {
   EXPECT_TRUE(reader.is_good());
 }
 
+// Small writes in a row are held back from the mapping until something
+// looks at the bytes; every way of looking finds all of them.
+TEST(IoFile, SmallWritesInARowAreSeenByEveryLaterLook) {
+  enum class look { read, peek, data, pointer_held_before, large_write_over_them, close };
+  const look looks[] = {
+      look::read, look::peek, look::data, look::pointer_held_before, look::large_write_over_them,
+      look::close};
+  for (const look how : looks) {
+    SCOPED_TRACE(static_cast<int>(how));
+    test::temp_dir dir;
+    const auto path = dir / "small.bin";
+    io_file file;
+    file.open(path, out);
+    const char* held = how == look::pointer_held_before ? file.data() : nullptr;
+    // Straddling page ends, then one write back in the middle and more at the end.
+    const std::string text = pattern(static_cast<std::size_t>(3 * page + 100), 'a');
+    for (std::size_t at = 0; at < text.size(); at += 100) {
+      file.write(text.data() + at, static_cast<long>(std::min<std::size_t>(100, text.size() - at)));
+    }
+    file.seek(50, std::ios_base::beg);
+    file.write("patch", 5);
+    file.seek(0, std::ios_base::end);
+    file.write("end", 3);
+    file.write("!", 1);
+    std::string expected = text + std::string(static_cast<std::size_t>(page - 100), '\0') + "end!";
+    expected.replace(50, 5, "patch");
+    ASSERT_TRUE(file.is_good());
+    ASSERT_EQ(file.size(), 5 * page);
+    std::string got(expected.size(), '\0');
+    file.seek(0, std::ios_base::beg);
+    if (how == look::read) {
+      file.read(got.data(), static_cast<long>(got.size()));
+    } else if (how == look::peek) {
+      EXPECT_EQ(file.peek(got.data(), static_cast<long>(got.size())), static_cast<long>(got.size()));
+    } else if (how == look::data) {
+      got.assign(file.data(), expected.size());
+    } else if (how == look::pointer_held_before) {
+      got.assign(held, expected.size());
+      EXPECT_EQ(file.data(), held);
+    } else if (how == look::large_write_over_them) {
+      const std::string large(40000, 'L');
+      file.seek(page - 10, std::ios_base::beg);
+      file.write(large.data(), static_cast<long>(large.size()));
+      expected.replace(static_cast<std::size_t>(page - 10), large.size(), large);
+    }
+    if (how != look::large_write_over_them && how != look::close) {
+      EXPECT_EQ(got, expected);
+    }
+    file.close();
+    EXPECT_TRUE(file.is_good());
+    EXPECT_EQ(test::read_file(path), expected);
+  }
+}
+
 TEST(IoFile, LargeAndSmallCopiesSeeTheSameBytes) {
   // Large reads and writes take a different road to the file than small
   // ones; every mix must agree with the mapping and with the disk.
