@@ -178,6 +178,28 @@ TEST(IoFileFault, FullAndReadOnlyFileSystemsFailWithoutASignal) {
   }
 }
 
+TEST(IoFileFault, ADirectoryWithoutWritePermissionRefusesNewFilesAndUpdates) {
+  test::temp_dir dir;
+  test::write_file(dir / "existing", "data");
+  ::chmod((dir / "existing").c_str(), 0444);
+  ::chmod(dir.path().c_str(), 0555);
+  const auto outcome = test::run_in_child([&] {
+    test::obey_permission_bits();
+    std::string report;
+    for (const auto& [name, mode] :
+         {std::pair{"new", out}, std::pair{"existing", in | out}, std::pair{"existing", in}}) {
+      io_file file;
+      file.open(dir / name, mode);
+      report += std::to_string(file.state()) +
+                (file.is_open() ? " " + std::to_string(file.size()) : " closed") + ", ";
+    }
+    return report + test::directory_listing(dir.path());
+  });
+  ::chmod(dir.path().c_str(), 0755);
+  ASSERT_TRUE(outcome.exited_cleanly()) << outcome.describe();
+  EXPECT_EQ(outcome.report, "4 closed, 4 closed, 0 4, existing");
+}
+
 // Each case runs in a child that obeys permission bits: what the device
 // reported, what was logged, then the target and its directory.
 TEST(IoSaveFile, CommitReplacesWholeOrLeavesTheTargetAsItWas) {
