@@ -1,5 +1,6 @@
 // lock_file between real processes: exclusion, the holder's record, and a
 // lock that dies with its holder.
+#include "support/fault_support.hpp"
 #include "support/log_capture.hpp"
 #include "support/test_support.hpp"
 
@@ -9,12 +10,12 @@
 
 #include <signal.h>
 #include <sys/mman.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <string>
+#include <thread>
 
 namespace norvane {
 namespace {
@@ -44,20 +45,15 @@ TEST(LockFile, TwoProcessesRacingNeverBothHoldIt) {
       // one process could miss every moment the lock is free.
       ::usleep(20);
     }
-    return std::pair(taken, overlaps);
+    return std::to_string(taken > 0) + " " + std::to_string(overlaps);
   };
-  const pid_t child = ::fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    const auto [taken, overlaps] = race();
-    ::_exit(overlaps != 0 ? 1 : taken == 0 ? 2 : 0);
-  }
-  const auto [taken, overlaps] = race();
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-  EXPECT_EQ(overlaps, 0);
-  EXPECT_GT(taken, 0);
+  test::child_outcome child;
+  std::thread other([&] { child = test::run_in_child(race); });
+  const auto mine = race();
+  other.join();
+  ASSERT_TRUE(child.exited_cleanly()) << child.describe();
+  EXPECT_EQ(child.report, "1 0");
+  EXPECT_EQ(mine, "1 0");
   ::munmap(holders, sizeof(std::atomic<int>));
 }
 
@@ -66,53 +62,55 @@ TEST(LockFile, AHolderKilledReleasesItAtOnceAndRefusedCallersSeeWhoHeldIt) {
   const auto path = dir / "app.lock";
   int ready[2];
   ASSERT_EQ(::pipe(ready), 0);
-  const pid_t child = ::fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    lock_file lock(path);
-    const char c = lock.try_lock() ? 'y' : 'n';
-    static_cast<void>(::write(ready[1], &c, 1));
-    ::pause();
-    ::_exit(0);
-  }
-  char c = 0;
-  ASSERT_EQ(::read(ready[0], &c, 1), 1);
-  ASSERT_EQ(c, 'y');
+  test::child_outcome held;
+  std::thread holder([&] {
+    held = test::run_in_child([&]() -> std::string {
+      lock_file lock(path);
+      const pid_t pid = lock.try_lock() ? ::getpid() : 0;
+      static_cast<void>(::write(ready[1], &pid, sizeof pid));
+      ::pause();
+      return "woke";
+    });
+  });
+  pid_t child = 0;
+  ASSERT_EQ(::read(ready[0], &child, sizeof child), static_cast<ssize_t>(sizeof child));
   ::close(ready[0]);
   ::close(ready[1]);
+  if (child == 0) {
+    holder.join();
+    FAIL() << "the child could not take the lock";
+  }
 
   test::log_capture log;
   lock_file lock(path);
   EXPECT_FALSE(lock.try_lock());
   EXPECT_TRUE(log.entries().empty());
-  // A refused attempt leaves the holder's record alone.
-  const auto who = lock.holder();
+  const auto who = lock.holder();  // a refused attempt leaves the record alone
   char host[256] = {};
   ::gethostname(host, sizeof host - 1);
   EXPECT_EQ(who.pid, child);
   EXPECT_EQ(who.host_name, host);
   EXPECT_FALSE(who.application_name.empty());
-
   const auto start = std::chrono::steady_clock::now();
   EXPECT_FALSE(lock.lock(200ms));
   EXPECT_GE(std::chrono::steady_clock::now() - start, 200ms);
-  ASSERT_EQ(log.entries().size(), 1u);
-  EXPECT_EQ(log.entries()[0].message, "Cannot lock \"" + path.string() +
-                                          "\" within 200 ms: held by process " + std::to_string(child) +
-                                          " (" + who.application_name + " on " + host + ").");
 
   ::kill(child, SIGKILL);
-  ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+  holder.join();
+  EXPECT_EQ(held.signal, SIGKILL);
   EXPECT_TRUE(lock.try_lock());
-  EXPECT_TRUE(lock.is_locked());
   EXPECT_EQ(lock.holder().pid, ::getpid());
   lock.unlock();
   EXPECT_EQ(lock.holder().pid, 0);
   // A lock in a directory that does not exist is an error, not a refusal.
   lock_file nowhere(dir / "none" / "x.lock");
   EXPECT_FALSE(nowhere.try_lock());
-  ASSERT_EQ(log.entries().size(), 2u);
-  EXPECT_EQ(log.entries()[1].message,
+  const auto entries = log.entries();
+  ASSERT_EQ(entries.size(), 2u);
+  EXPECT_EQ(entries[0].message, "Cannot lock \"" + path.string() + "\" within 200 ms: held by process " +
+                                    std::to_string(child) + " (" + who.application_name + " on " + host +
+                                    ").");
+  EXPECT_EQ(entries[1].message,
             "Cannot lock \"" + (dir / "none" / "x.lock").string() + "\": No such file or directory.");
 }
 

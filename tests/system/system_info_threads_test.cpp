@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <latch>
 #include <string>
 #include <thread>
@@ -10,50 +11,37 @@
 namespace norvane {
 namespace {
 
-// Every thread makes the first call at once: each description must be built
-// exactly once and every thread must see the finished one.
+// Every thread makes the first call at once, half of them in the other
+// order: each description must be built once and seen finished by all.
 TEST(SystemInfoThreads, FirstUseFromManyThreadsBuildsOneDescription) {
   constexpr int threads = 8;
-  struct seen {
-    const std::string* model = nullptr;
-    std::size_t packages = 0;
-    std::string os_type;
-    double total_MiB = 0;
+  const auto where_model = [] {
+    const auto cpus = system_info::all_cpus();
+    return std::to_string(cpus.size()) + "@" +
+           std::to_string(reinterpret_cast<std::uintptr_t>(&cpus.front().model_name()));
   };
-  std::vector<seen> results(threads);
+  std::vector<std::string> seen(threads);
   std::latch start(threads);
   std::vector<std::thread> workers;
   for (int t = 0; t < threads; ++t) {
     workers.emplace_back([&, t] {
       start.arrive_and_wait();
-      // Half the threads ask in the other order, so the statics race too.
-      if (t % 2 == 0) {
-        const auto cpus = system_info::all_cpus();
-        results[t].model = &cpus.front().model_name();
-        results[t].packages = cpus.size();
-        results[t].os_type = system_info::os().type();
-        results[t].total_MiB = system_info::ram().total_MiB();
-      } else {
-        results[t].total_MiB = system_info::ram().total_MiB();
-        results[t].os_type = system_info::os().type();
-        const auto cpus = system_info::all_cpus();
-        results[t].model = &cpus.front().model_name();
-        results[t].packages = cpus.size();
-      }
+      std::string model = t % 2 == 0 ? where_model() : "";
+      const std::string ram = std::to_string(system_info::ram().total_MiB());
+      const std::string os = system_info::os().type();
+      model = t % 2 == 0 ? model : where_model();
+      seen[t] = model + " " + os + " " + ram;
     });
   }
   for (auto& worker : workers) {
     worker.join();
   }
-  for (const auto& r : results) {
-    EXPECT_EQ(r.model, results[0].model);
-    EXPECT_EQ(r.packages, results[0].packages);
-    EXPECT_EQ(r.os_type, results[0].os_type);
-    EXPECT_EQ(r.total_MiB, results[0].total_MiB);
+  for (const auto& s : seen) {
+    EXPECT_EQ(s, seen[0]);
   }
-  EXPECT_FALSE(results[0].os_type.empty());
-  EXPECT_GT(results[0].total_MiB, 0.0);
-  EXPECT_EQ(&system_info::all_cpus().front().model_name(), results[0].model);
+  EXPECT_EQ(seen[0].substr(0, seen[0].find(' ')), where_model());
+  EXPECT_FALSE(system_info::os().type().empty());
+  EXPECT_GT(system_info::ram().total_MiB(), 0.0);
 }
 
 }  // namespace

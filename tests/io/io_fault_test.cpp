@@ -1,0 +1,380 @@
+// io_file and io_save_file when the system refuses: a file-size limit, a
+// full or read-only file system, missing permissions, a writer killed
+// mid-save. Growth must end in the bad bit with everything written before it
+// still in the file, never in a signal; a save leaves the old content or the
+// new one, whole. Each case runs in a child that owns the limit or mount.
+#include "support/fault_support.hpp"
+#include "support/log_capture.hpp"
+#include "support/test_support.hpp"
+
+#include <norvane/io.hpp>
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <functional>
+#include <random>
+#include <string>
+
+namespace norvane {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr unsigned int in = io_device::in, out = io_device::out;
+const long long page = ::sysconf(_SC_PAGESIZE);
+
+std::string pattern(long long length, char seed) {
+  std::string text(static_cast<std::size_t>(length), '\0');
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    text[i] = static_cast<char>(seed + static_cast<char>(i % 23));
+  }
+  return text;
+}
+
+std::string on_disk(const fs::path& path) {
+  std::error_code ec;
+  const auto size = fs::file_size(path, ec);
+  return ec ? "missing" : std::to_string(size);
+}
+
+TEST(IoFileFault, GrowthPastAFileSizeLimitStopsAtTheLastWholePageAndKeepsWorking) {
+  const struct {
+    const char* name;
+    long long existing;  // bytes of an earlier file, opened in|out; 0: a new file
+    long long before;    // bytes written from the start, within the limit
+    long long limit, offset, length;
+    const char* expected;
+  } cases[] = {
+      {"a small write pages past the limit", 0, page + 50, 3 * page + 100, page + 50, 6 * page,
+       "before=0 crossing=1 mapped=3p disk=3p tell=-1 within=0 closed=0"},
+      {"one page across the end", 0, 10, page + 50, page - 10, 100,
+       "before=0 crossing=1 mapped=1p disk=1p tell=-1 within=0 closed=0"},
+      // Large copies go through pwrite rather than the mapping.
+      {"a large write", 0, 100, 8 * page, 100, 64 * 1024,
+       "before=0 crossing=1 mapped=8p disk=8p tell=-1 within=0 closed=0"},
+      {"far beyond the reserved address range", 0, page + 50, 256 * page, 1LL << 30, 10,
+       "before=0 crossing=1 mapped=256p disk=256p tell=-1 within=0 closed=0"},
+      {"an earlier file of a page and a bit", page + 7, 20, 3 * page, page + 7, 3 * page,
+       "before=0 crossing=1 mapped=2p+7 disk=2p+7 tell=-1 within=0 closed=0"},
+      // The first page of a new file cannot be made: the open unwinds to a
+      // closed device, and the close it did went well, so the state is good.
+      {"a limit below the first page", 0, 0, 100, 0, 10, "open=0 closed"},
+  };
+  const auto pages = [](long long bytes) {
+    return std::to_string(bytes / page) + "p" + (bytes % page != 0 ? "+" + std::to_string(bytes % page) : "");
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    test::temp_dir dir;
+    const auto path = dir / "limited.bin";
+    const auto existing = pattern(c.existing, 'e');
+    const auto written = pattern(c.before, 'w');
+    if (c.existing > 0) {
+      test::write_file(path, existing);
+    }
+    const auto outcome = test::run_in_child([&] {
+      test::limit_file_size(static_cast<rlim_t>(c.limit));
+      io_file file;
+      file.open(path, c.existing > 0 ? in | out : out);
+      if (!file.is_open()) {
+        return "open=" + std::to_string(file.state()) + (file.data() == nullptr ? " closed" : " mapped");
+      }
+      file.write(written.data(), static_cast<long>(written.size()));
+      std::string report = "before=" + std::to_string(file.state());
+      file.seek(c.offset, std::ios_base::beg);
+      const auto crossing = pattern(c.length, 'x');
+      file.write(crossing.data(), static_cast<long>(crossing.size()));
+      report += " crossing=" + std::to_string(file.state()) + " mapped=" + pages(file.size()) +
+                " disk=" + (on_disk(path) == "missing" ? "missing" : pages(fs::file_size(path))) +
+                " tell=" + std::to_string(file.tell());
+      // The mapping is intact and the device keeps working within it.
+      file.clear(0);
+      file.seek(0, std::ios_base::beg);
+      file.write(written.data(), static_cast<long>(written.size()));
+      report += " within=" + std::to_string(file.state());
+      file.close();
+      return report + " closed=" + std::to_string(file.state());
+    });
+    ASSERT_TRUE(outcome.exited_cleanly()) << outcome.describe();
+    EXPECT_EQ(outcome.report, c.expected);
+    auto expected = existing;
+    expected.resize(std::max(existing.size(), written.size()));
+    expected.replace(0, written.size(), written);
+    EXPECT_EQ(test::read_file(path), expected);
+  }
+}
+
+// A file mapped past its end on tmpfs gets SIGBUS when a page it touches
+// cannot be allocated; the device has to find that out before it copies.
+TEST(IoFileFault, FullAndReadOnlyFileSystemsFailWithoutASignal) {
+  const struct {
+    const char* name;
+    long long chunk;   // written repeatedly until the device fails; 0: read-only
+    long long offset;  // where writing starts
+    const char* expected;
+  } cases[] = {
+      {"small writes through the mapping", 1000, 0, "state=1 closed=0 kept"},
+      {"large writes through pwrite", 40000, 0, "state=1 closed=0 kept"},
+      // Far past the end the hole is left a hole: the pages written fit.
+      {"a write far past the end", 1000, 1 << 20, "state=1 closed=0 wrote"},
+      {"a read-only file system refuses writable opens only", 0, 0,
+       "4 closed 4 closed 4 closed data 0 existing"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    test::temp_dir dir;
+    const auto outcome = test::run_in_child([&] {
+      test::enter_private_mounts();
+      test::mount_tmpfs(dir.path(), 64 * 1024);
+      std::string report;
+      if (c.chunk == 0) {
+        test::write_file(dir / "existing", "data");
+        test::remount_read_only(dir.path());
+        for (const auto& [name, mode] :
+             {std::pair{"new", out}, std::pair{"existing", out}, std::pair{"existing", in | out}}) {
+          io_file file;
+          file.open(dir / name, mode);
+          report += std::to_string(file.state()) + (file.is_open() ? " open " : " closed ");
+        }
+        io_file reader;
+        reader.open(dir / "existing", in);
+        std::string back(4, '\0');
+        reader.read(back.data(), 4);
+        return report + back + " " + std::to_string(reader.state()) + " " +
+               test::directory_listing(dir.path());
+      }
+      const auto path = dir / "grown.bin";
+      const auto text = pattern(512 * 1024, 'g');
+      long long done = 0;
+      io_file file;
+      file.open(path, out);
+      file.seek(c.offset, std::ios_base::beg);
+      while (file.is_good() && done + c.chunk <= static_cast<long long>(text.size())) {
+        file.write(text.data() + done, static_cast<long>(c.chunk));
+        done += file.is_good() ? c.chunk : 0;
+      }
+      report = "state=" + std::to_string(file.state());
+      file.clear(0);
+      file.close();
+      report += " closed=" + std::to_string(file.state());
+      // What fitted before the disk filled up is all there, and only that.
+      return report + (done == 0       ? " wrote nothing"
+                       : c.offset != 0 ? " wrote"
+                       : test::read_file(path) == text.substr(0, static_cast<std::size_t>(done))
+                           ? " kept"
+                           : " lost some of " + std::to_string(done));
+    });
+    if (outcome.could_not_set_up()) {
+      GTEST_SKIP() << "no private tmpfs on this machine: " << outcome.report;
+    }
+    ASSERT_TRUE(outcome.exited_cleanly()) << outcome.describe();
+    EXPECT_EQ(outcome.report, c.expected);
+  }
+}
+
+TEST(IoFileFault, ADirectoryWithoutWritePermissionRefusesNewFilesAndUpdates) {
+  test::temp_dir dir;
+  test::write_file(dir / "existing", "data");
+  ::chmod((dir / "existing").c_str(), 0444);
+  ::chmod(dir.path().c_str(), 0555);
+  const auto outcome = test::run_in_child([&] {
+    test::obey_permission_bits();
+    std::string report;
+    for (const auto& [name, mode] :
+         {std::pair{"new", out}, std::pair{"existing", in | out}, std::pair{"existing", in}}) {
+      io_file file;
+      file.open(dir / name, mode);
+      report += std::to_string(file.state()) +
+                (file.is_open() ? " " + std::to_string(file.size()) : " closed") + ", ";
+    }
+    return report + test::directory_listing(dir.path());
+  });
+  ::chmod(dir.path().c_str(), 0755);
+  ASSERT_TRUE(outcome.exited_cleanly()) << outcome.describe();
+  EXPECT_EQ(outcome.report, "4 closed, 4 closed, 0 4, existing");
+}
+
+// Each case runs in a child that obeys permission bits: what the device
+// reported, what was logged, then the target and its directory.
+TEST(IoSaveFile, CommitReplacesWholeOrLeavesTheTargetAsItWas) {
+  test::temp_dir dir;
+  const auto target = dir / "doc.txt";
+  const std::string old_text = "old content\n";
+  const std::string new_text(3000, 'n');
+  enum class end { commit, cancel, destroy };
+  const auto existing = [&] {
+    test::write_file(target, old_text);
+    ::chmod(target.c_str(), 0640);
+    return target;
+  };
+  const struct {
+    const char* name;
+    std::function<fs::path()> arrange;  // returns the path to open
+    end how;
+    std::string expected;
+  } cases[] = {
+      {"commit over an existing file keeps its mode", existing, end::commit,
+       "open=0 write=0 end=1/0 log= target=3000n mode=416 dir=doc.txt"},
+      {"commit creates a missing file", [&] { return target; }, end::commit,
+       "open=0 write=0 end=1/0 log= target=3000n mode=420 dir=doc.txt"},
+      {"cancel", existing, end::cancel, "open=0 write=0 end=0/0 log= target=old mode=416 dir=doc.txt"},
+      {"destruction without commit", existing, end::destroy,
+       "open=0 write=0 end=0/0 log= target=old mode=416 dir=doc.txt"},
+      {"through a link, which stays a link",
+       [&] {
+         existing();
+         fs::create_symlink("doc.txt", dir / "link");
+         return dir / "link";
+       },
+       end::commit, "open=0 write=0 end=1/0 log= target=3000n mode=416 dir=doc.txt link"},
+      {"a missing directory", [&] { return dir / "none" / "doc.txt"; }, end::commit,
+       "open=4 write=4 end=0/4 log=(creating the new file beside it): No such file or directory. target=none "
+       "mode=- dir="},
+      {"a directory as target",
+       [&] {
+         fs::create_directory(target);
+         return target;
+       },
+       end::commit,
+       "open=4 write=4 end=0/4 log=(it is a directory): Is a directory. target=none mode=493 dir=doc.txt"},
+      {"a read-only directory",
+       [&] {
+         existing();
+         fs::permissions(dir.path(), fs::perms::owner_read | fs::perms::owner_exec);
+         return target;
+       },
+       end::commit,
+       "open=4 write=4 end=0/4 log=(creating the new file beside it): Permission denied. target=old mode=416 "
+       "dir=doc.txt"},
+      {"a read-only target",
+       [&] {
+         existing();
+         ::chmod(target.c_str(), 0440);
+         return target;
+       },
+       end::commit,
+       "open=4 write=4 end=0/4 log=(opening it for writing): Permission denied. target=old mode=288 "
+       "dir=doc.txt"},
+      {"a file-size limit",
+       [&] {
+         test::limit_file_size(1024);
+         return existing();
+       },
+       end::commit,
+       "open=0 write=1 end=0/1 log=(writing the new file): File too large. target=old mode=416 dir=doc.txt"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::error_code ec;
+    fs::permissions(dir.path(), fs::perms::owner_all, ec);
+    fs::remove_all(target, ec);
+    fs::remove(dir / "link", ec);
+    const auto outcome = test::run_in_child([&] {
+      test::obey_permission_bits();
+      ::umask(022);
+      const auto path = c.arrange();
+      test::log_capture log;
+      std::string report;
+      {
+        io_save_file file;
+        file.open(path);
+        report = "open=" + std::to_string(file.state());
+        file.write(new_text.data(), 1000);
+        file.write(new_text.data(), 2000);
+        report += " write=" + std::to_string(file.state());
+        bool committed = false;
+        if (c.how == end::commit) {
+          committed = file.commit();
+        } else if (c.how == end::cancel) {
+          file.cancel();
+        }
+        report += " end=" + std::to_string(committed) + "/" + std::to_string(file.state());
+      }
+      std::string logged;
+      for (const auto& entry : log.entries()) {
+        logged += entry.message.substr(entry.message.find(" ("));  // after the case's own path
+      }
+      struct stat st {};
+      const auto text = test::read_file(target);
+      return report + " log=" + logged.substr(logged.empty() ? 0 : 1) + " target=" +
+             (text == old_text   ? "old"
+              : text == new_text ? "3000n"
+              : text.empty()     ? "none"
+                                 : text) +
+             " mode=" + (::stat(target.c_str(), &st) == 0 ? std::to_string(st.st_mode & 0777) : "-") +
+             " dir=" + test::directory_listing(dir.path());
+    });
+    ASSERT_TRUE(outcome.exited_cleanly()) << outcome.describe();
+    EXPECT_EQ(outcome.report, c.expected);
+  }
+}
+
+TEST(IoSaveFile, PositionsSizeAndReuse) {
+  test::temp_dir dir;
+  test::log_capture log;
+  io_save_file file;
+  file.open(dir / "doc", in | out);
+  EXPECT_EQ(file.state(), io_device::failbit);
+  ASSERT_EQ(log.entries().size(), 1u);
+  EXPECT_EQ(log.entries()[0].message,
+            "Cannot save \"" + (dir / "doc").string() + "\": a save file opens with mode out only.");
+  for (const char* text : {"a longer first content", "short"}) {
+    file.clear(0);
+    file.open(dir / "doc");
+    file.write(text, static_cast<long>(std::string(text).size()));
+    file.seek(0, std::ios_base::beg);
+    file.write("S", 1);  // a write inside keeps the size
+    file.seek(-1, std::ios_base::end);
+    EXPECT_EQ(file.tell(), static_cast<long long>(std::string(text).size()) - 1);
+    char c;
+    file.read(&c, 0);  // nothing to read, nothing asked
+    EXPECT_TRUE(file.is_good());
+    EXPECT_TRUE(file.commit());
+    EXPECT_EQ(test::read_file(dir / "doc"), "S" + std::string(text + 1));
+  }
+  file.read(nullptr, 1);
+  EXPECT_EQ(file.state(), io_device::eofbit | io_device::failbit);
+}
+
+// A writer killed at a random moment of its saves: each content is one
+// letter repeated, its length set by the letter, so a partial or mixed file
+// shows.
+TEST(IoSaveFile, AWriterKilledAtRandomLeavesACompleteContent) {
+  test::temp_dir dir;
+  const auto target = dir / "doc";
+  const auto content = [](int i) {
+    return std::string(1000 + 3000 * (i % 7), static_cast<char>('a' + i % 7));
+  };
+  test::write_file(target, content(0));
+  std::mt19937 random(20261123);
+  for (int round = 0; round < 200; ++round) {
+    const auto after = std::uniform_int_distribution<suseconds_t>(1, 3000)(random);
+    const auto outcome = test::run_in_child([&]() -> std::string {
+      // The timer's signal ends the process on the spot, like a kill.
+      std::signal(SIGALRM, SIG_DFL);
+      const itimerval timer{{0, 0}, {0, after}};
+      ::setitimer(ITIMER_REAL, &timer, nullptr);
+      for (int i = 1;; ++i) {
+        io_save_file file;
+        file.open(target);
+        const auto text = content(i);
+        file.write(text.data(), static_cast<long>(text.size() / 2));
+        file.write(text.data() + text.size() / 2, static_cast<long>(text.size() - text.size() / 2));
+        file.commit();
+      }
+    });
+    ASSERT_EQ(outcome.signal, SIGALRM) << outcome.describe();
+    const auto text = test::read_file(target);
+    ASSERT_FALSE(text.empty()) << "round " << round;
+    ASSERT_EQ(text, content(text[0] - 'a')) << "round " << round;
+  }
+}
+
+}  // namespace
+}  // namespace norvane
