@@ -1,3 +1,4 @@
+// The application object: its command line, the one instance, its identity.
 #include "support/log_capture.hpp"
 #include "support/test_support.hpp"
 
@@ -7,9 +8,9 @@
 #include <gtest/gtest.h>
 
 #include <sys/utsname.h>
-#include <unistd.h>
 
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -21,169 +22,108 @@ namespace norvane {
 namespace {
 
 namespace fs = std::filesystem;
+using strings = std::vector<std::string>;
 
-// argv as main() receives it: mutable, NUL-terminated strings.
-class argv_builder {
-public:
-  explicit argv_builder(std::vector<std::string> arguments) : storage_(std::move(arguments)) {
-    for (auto& argument : storage_) {
-      pointers_.push_back(argument.data());
+// Builds an application from `arguments` as main() receives them, with the
+// names in `present` made as files in a temporary directory first; "@"
+// in an argument stands for that directory.
+struct application_fixture {
+  test::temp_dir dir;
+  strings storage;
+  std::vector<char*> argv;
+  std::unique_ptr<application_core> app;
+
+  application_fixture(strings arguments, std::initializer_list<const char*> present = {}) {
+    for (const char* name : present) {
+      test::write_file(dir / name, "");
     }
-    pointers_.push_back(nullptr);
+    for (auto& argument : arguments) {
+      if (const auto at = argument.find('@'); at != std::string::npos) {
+        argument.replace(at, 1, dir.path().string());
+      }
+    }
+    storage = std::move(arguments);
+    for (auto& argument : storage) {
+      argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
+    app = std::make_unique<application_core>(static_cast<int>(storage.size()), argv.data());
   }
-  int argc() const { return static_cast<int>(storage_.size()); }
-  char** argv() { return pointers_.data(); }
-
-private:
-  std::vector<std::string> storage_;
-  std::vector<char*> pointers_;
+  std::string canonical(const char* name) const { return fs::canonical(dir / name).string(); }
 };
 
-// Runs a test body from inside a directory, for relative argument #0.
-class current_directory {
-public:
-  explicit current_directory(const fs::path& path) : saved_(fs::current_path()) { fs::current_path(path); }
-  ~current_directory() { fs::current_path(saved_); }
-
-private:
-  fs::path saved_;
-};
-
-TEST(ApplicationCore, FiltersProcessSerialNumbersAndCanonicalisesArgumentZero) {
-  test::temp_dir dir;
-  test::write_file(dir / "tool.bin", "");
+TEST(ApplicationCore, KeepsArgumentsWithoutSerialNumbersAndCanonicalArgumentZero) {
   test::log_capture log;
-  const current_directory cwd(dir.path());
+  const application_fixture a({"@/./tool.bin", "-psn_0_12345", "word", "-psn", "-psn_", "x-psn_1", ""},
+                              {"tool.bin"});
+  EXPECT_EQ(a.app->arguments(), (strings{a.canonical("tool.bin"), "word", "-psn", "x-psn_1", ""}));
+  EXPECT_EQ(a.app->application_dir_path(), fs::canonical(a.dir.path()).string());
+  EXPECT_EQ(a.app->application_name(), "tool");
+  const application_fixture psn_first({"-psn_0_1", "@/archive.tar.gz"}, {"archive.tar.gz"});
+  EXPECT_EQ(psn_first.app->arguments(), strings{psn_first.canonical("archive.tar.gz")});
+  EXPECT_EQ(psn_first.app->application_name(), "archive.tar");  // only the last extension goes
+  const application_fixture none({});
+  EXPECT_EQ(none.app->arguments(), strings{});
+  EXPECT_EQ(none.app->application_dir_path() + none.app->application_name(), "");
+  EXPECT_EQ(log.entries(), std::vector<test::log_entry>{});
 
-  argv_builder args({"./tool.bin", "-psn_0_12345", "word", "-psn", "-psn_", "x-psn_1", ""});
-  const application_core app(args.argc(), args.argv());
-
-  const std::vector<std::string> expected{fs::canonical(dir / "tool.bin").string(), "word", "-psn", "x-psn_1",
-                                          ""};
-  EXPECT_EQ(app.arguments(), expected);
-  EXPECT_EQ(app.application_dir_path(), fs::canonical(dir.path()).string());
-  EXPECT_TRUE(log.entries().empty());
+  const application_fixture missing({"@/nowhere/tool", "--flag"});
+  const auto path = (missing.dir / "nowhere/tool").string();
+  EXPECT_EQ(missing.app->arguments(), (strings{path, "--flag"}));
+  EXPECT_EQ(
+      log.entries(),
+      (std::vector<test::log_entry>{{"error", "Impossible to find the canonical path for the argument #0 " +
+                                                  path + ": No such file or directory"}}));
 }
 
-TEST(ApplicationCore, ProcessSerialNumberAsArgumentZeroIsDroppedToo) {
-  test::temp_dir dir;
-  test::write_file(dir / "tool", "");
-  argv_builder args({"-psn_0_1", (dir / "tool").string()});
-  const application_core app(args.argc(), args.argv());
-  ASSERT_EQ(app.arguments().size(), 1u);
-  EXPECT_EQ(app.arguments()[0], fs::canonical(dir / "tool").string());
-}
-
-TEST(ApplicationCore, MissingArgumentZeroIsKeptAndLoggedOnce) {
-  test::temp_dir dir;
-  test::log_capture log;
-  const auto missing = (dir / "nowhere" / "tool").string();
-  argv_builder args({missing, "--flag"});
-  const application_core app(args.argc(), args.argv());
-
-  EXPECT_EQ(app.arguments(), (std::vector<std::string>{missing, "--flag"}));
-  const std::vector<test::log_entry> expected{
-      {"error", "Impossible to find the canonical path for the argument #0 " + missing +
-                    ": No such file or directory"}};
-  EXPECT_EQ(log.entries(), expected);
-}
-
-TEST(ApplicationCore, EmptyCommandLineIsQuiet) {
-  test::log_capture log;
-  char* none[] = {nullptr};
-  const application_core app(0, none);
-  EXPECT_TRUE(app.arguments().empty());
-  EXPECT_EQ(app.application_dir_path(), "");
-  EXPECT_EQ(app.application_name(), "");
-  EXPECT_TRUE(log.entries().empty());
-}
-
-TEST(ApplicationCore, InstanceIsTheNewestObjectAndAnyDestructionClearsIt) {
-  EXPECT_EQ(application_core::instance(), nullptr);
-  argv_builder args({"first"});
+TEST(ApplicationCore, IdentityBelongsToTheNewestInstanceAndGoesWithIt) {
   test::log_capture log;  // the missing program paths are logged, not checked here
-  application_core first(args.argc(), args.argv());
-  EXPECT_EQ(application_core::instance(), &first);
-  {
-    application_core second(args.argc(), args.argv());
-    EXPECT_EQ(application_core::instance(), &second);
-    // The identity is the instance's: setting it through `first` lands in `second`.
-    first.set_organization_name("studio");
-    first.set_organization_domain("studio.example");
-    first.set_application_version("1.2");
-    EXPECT_EQ(second.organization_name(), "studio");
-    EXPECT_EQ(second.organization_domain(), "studio.example");
-    EXPECT_EQ(second.application_version(), "1.2");
-  }
   EXPECT_EQ(application_core::instance(), nullptr);
-  // With no instance the getters read nothing and the application setters
-  // are ignored, even though `first` is alive.
-  EXPECT_EQ(first.organization_name(), "");
-  EXPECT_EQ(first.application_name(), "");
-  first.set_application_name("ignored");
-  first.set_application_version("ignored");
-  EXPECT_EQ(first.application_name(), "");
-  EXPECT_EQ(first.application_version(), "");
-  // Its own arguments and exit flag still work.
-  EXPECT_EQ(first.arguments(), std::vector<std::string>{"first"});
+  application_fixture first({"first"});
+  {
+    const application_fixture second({"second"});
+    EXPECT_EQ(application_core::instance(), second.app.get());
+    EXPECT_EQ(first.app->application_name(), "second");
+    // Set through `first`, the identity lands in the instance, `second`.
+    first.app->set_organization_name("studio");
+    first.app->set_organization_domain("studio.example");
+    first.app->set_application_name("editor");
+    first.app->set_application_version("1.2");
+    EXPECT_EQ(second.app->organization_name() + " " + second.app->organization_domain() + " " +
+                  second.app->application_name() + " " + second.app->application_version(),
+              "studio studio.example editor 1.2");
+  }
+  // With no instance the getters read nothing and the setters of the
+  // application's own names are ignored, even though `first` is alive.
+  EXPECT_EQ(application_core::instance(), nullptr);
+  first.app->set_application_name("ignored");
+  first.app->set_application_version("ignored");
+  EXPECT_EQ(first.app->organization_name() + first.app->organization_domain() +
+                first.app->application_name() + first.app->application_version(),
+            "");
+  EXPECT_EQ(first.app->arguments(), strings{"first"});
+  // The organisation setters need an instance: without one they abort.
+  EXPECT_DEATH(first.app->set_organization_name("studio"), "");
+  EXPECT_DEATH(first.app->set_organization_domain("studio.example"), "");
+
+  EXPECT_FALSE(first.app->should_exit());
+  first.app->exit();
+  first.app->restart();
+  EXPECT_TRUE(first.app->should_exit());  // restart does not undo an exit
+  first.app->reset_exit();
+  first.app->restart();
+  EXPECT_FALSE(first.app->should_exit());
 }
 
-TEST(ApplicationCoreDeathTest, OrganisationSettersNeedAnInstance) {
-  argv_builder args({"tool"});
-  EXPECT_DEATH(
-      {
-        application_core app(args.argc(), args.argv());
-        { application_core other(args.argc(), args.argv()); }
-        app.set_organization_name("studio");
-      },
-      "");
-  EXPECT_DEATH(
-      {
-        application_core app(args.argc(), args.argv());
-        { application_core other(args.argc(), args.argv()); }
-        app.set_organization_domain("studio.example");
-      },
-      "");
-}
-
-TEST(ApplicationCore, ApplicationNameIsTheStemOfArgumentZeroUntilSet) {
-  test::temp_dir dir;
-  test::write_file(dir / "tool.bin", "");
-  argv_builder args({(dir / "tool.bin").string()});
-  const application_core app(args.argc(), args.argv());
-  EXPECT_EQ(app.application_name(), "tool");
-  app.instance()->set_application_name("editor");
-  EXPECT_EQ(app.application_name(), "editor");
-  // Only the last extension goes: archive.tar.gz names "archive.tar".
-  test::write_file(dir / "archive.tar.gz", "");
-  argv_builder other({(dir / "archive.tar.gz").string()});
-  const application_core second(other.argc(), other.argv());
-  EXPECT_EQ(second.application_name(), "archive.tar");
-}
-
-TEST(ApplicationCore, PlatformNamesTheBuildTarget) {
-  EXPECT_EQ(application_core::os(), "linux");
+TEST(ApplicationCore, PlatformAndModulePath) {
   utsname host{};
   ASSERT_EQ(::uname(&host), 0);
   // Built and run on the same machine here, so the two must agree.
-  EXPECT_EQ(application_core::arch(), host.machine);
   EXPECT_EQ(application_core::platform(), std::string("linux-") + host.machine);
-}
-
-TEST(ApplicationCore, ExitFlagAndRestart) {
-  argv_builder args({"tool"});
-  test::log_capture log;
-  application_core app(args.argc(), args.argv());
-  EXPECT_FALSE(app.should_exit());
-  app.exit();
-  EXPECT_TRUE(app.should_exit());
-  app.restart();
-  EXPECT_TRUE(app.should_exit());
-  app.reset_exit();
-  EXPECT_FALSE(app.should_exit());
-  app.restart();
-  EXPECT_FALSE(app.should_exit());
-  EXPECT_EQ(app.arguments(), std::vector<std::string>{"tool"});
+  EXPECT_EQ(application_core::os() + "-" + application_core::arch(), application_core::platform());
+  // From this executable: the program itself; from a shared library: that library.
+  EXPECT_TRUE(fs::equivalent(module_path(), "/proc/self/exe"));
+  EXPECT_EQ(fs::path(module_probe_path()).filename(), "libnorvane_module_probe.so");
 }
 
 // A derived application whose record carries a field of its own.
@@ -197,36 +137,21 @@ private:
   int& destroyed_;
 };
 
-class derived_application : public application_core {
-public:
-  derived_application(int argc, char** argv, int& destroyed)
-      : application_core(*new counted_pimpl(this, argc, argv, destroyed)) {}
-};
-
 TEST(ApplicationCore, DerivedApplicationHandsItsRecordToTheBase) {
-  test::temp_dir dir;
-  test::write_file(dir / "derived", "");
-  argv_builder args({(dir / "derived").string(), "-psn_9", "x"});
+  struct derived_application : application_core {
+    derived_application(int argc, char** argv, int& destroyed)
+        : application_core(*new counted_pimpl(this, argc, argv, destroyed)) {}
+  };
+  std::string name = "-psn_9";
+  char* argv[] = {name.data(), name.data(), nullptr};
   int destroyed = 0;
   {
-    derived_application app(args.argc(), args.argv(), destroyed);
+    const derived_application app(2, argv, destroyed);
     EXPECT_EQ(application_core::instance(), &app);
-    EXPECT_EQ(app.arguments(), (std::vector<std::string>{fs::canonical(dir / "derived").string(), "x"}));
-    EXPECT_EQ(app.application_name(), "derived");
+    EXPECT_TRUE(app.arguments().empty());
   }
   EXPECT_EQ(destroyed, 1);
   EXPECT_EQ(application_core::instance(), nullptr);
-}
-
-TEST(ModulePath, NamesTheImageOfTheCaller) {
-  // From this executable: the test program itself.
-  const auto here = module_path();
-  ASSERT_FALSE(here.empty());
-  EXPECT_TRUE(fs::equivalent(here, "/proc/self/exe"));
-  // From a shared library: that library, not the executable and not ours.
-  const auto probe = module_probe_path();
-  EXPECT_EQ(fs::path(probe).filename(), "libnorvane_module_probe.so");
-  EXPECT_TRUE(fs::exists(probe));
 }
 
 }  // namespace

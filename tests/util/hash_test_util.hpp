@@ -1,4 +1,4 @@
-// Inputs shared by the hash tests.
+// Input shared by the hash tests.
 #pragma once
 
 #include <cstddef>
@@ -15,10 +15,5 @@ inline std::string pattern(std::size_t size) {
   }
   return bytes;
 }
-
-// The FIPS 180 example messages.
-inline const std::string fips_abc = "abc";
-inline const std::string fips_448_bits = "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq";
-inline const std::string fips_million_a(1000000, 'a');
 
 }  // namespace norvane::test

@@ -10,44 +10,34 @@
 
 #include <sys/mman.h>
 #include <cstdint>
+#include <memory>
 
 namespace {
 
 constexpr std::size_t large_size = (std::size_t{1} << 32) + 65537;
 
-class zero_mapping {
-public:
-  explicit zero_mapping(std::size_t size) : size_(size) {
-    void* p = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    data_ = p == MAP_FAILED ? nullptr : static_cast<const char*>(p);
+// `size` zero bytes in a private anonymous mapping; null when it is refused.
+std::shared_ptr<const char> map_zeros(std::size_t size) {
+  void* p = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (p == MAP_FAILED) {
+    return nullptr;
   }
-  ~zero_mapping() {
-    if (data_ != nullptr) {
-      ::munmap(const_cast<char*>(data_), size_);
-    }
-  }
-  zero_mapping(const zero_mapping&) = delete;
-  zero_mapping& operator=(const zero_mapping&) = delete;
-  std::string_view view() const { return {data_, size_}; }
-  bool ok() const { return data_ != nullptr; }
-
-private:
-  const char* data_;
-  std::size_t size_;
-};
+  return {static_cast<const char*>(p), [size](const char* q) { ::munmap(const_cast<char*>(q), size); }};
+}
 
 // Expected digests of large_size zero bytes: `head -c 4295032833 /dev/zero | sha256sum`
 // (and sha1sum).
 constexpr const char* zeros_sha256 = "05ee371c4c085f8f5447c8018cd0acb7200f44bd68cc3aeeab79c0a2da0eab67";
 constexpr const char* zeros_sha1 = "971FFEC4B8CB738FBFCB560A56BF2FA0B07CFBD7";
 
-TEST(hasher_large, sha_digests_past_4_gib) {
-  const zero_mapping zeros(large_size);
-  ASSERT_TRUE(zeros.ok());
+TEST(HasherLarge, ShaDigestsPast4GiB) {
+  const auto mapping = map_zeros(large_size);
+  ASSERT_NE(mapping, nullptr);
+  const std::string_view zeros(mapping.get(), large_size);
 
   // One update with the whole length: nothing may cut it to 32 bits.
   norvane::sha256_hasher sha256;
-  sha256.update(zeros.view());
+  sha256.update(zeros);
   EXPECT_EQ(sha256.size_hashed(), large_size);
   EXPECT_EQ(sha256.finish(), zeros_sha256);
 
@@ -55,17 +45,17 @@ TEST(hasher_large, sha_digests_past_4_gib) {
   norvane::sha1_hasher sha1;
   constexpr std::size_t piece = 64 * 1024 * 1024;
   for (std::size_t at = 0; at < large_size; at += piece) {
-    sha1.update(zeros.view().substr(at, piece));
+    sha1.update(zeros.substr(at, piece));
   }
   EXPECT_EQ(sha1.size_hashed(), large_size);
   EXPECT_EQ(sha1.finish(), zeros_sha1);
 
   // The one-shot functions keep their 32-bit length: only the 65537 bytes
   // past 4 GiB count.
-  EXPECT_EQ(norvane::hash_sha256(zeros.view()), norvane::hash_sha256(zeros.view().substr(0, 65537)));
+  EXPECT_EQ(norvane::hash_sha256(zeros), norvane::hash_sha256(zeros.substr(0, 65537)));
 }
 
-TEST(hasher_large, xxh3_past_4_gib_matches_the_library_streaming_call) {
+TEST(HasherLarge, Xxh3Past4GiBMatchesTheLibraryStreamingCall) {
   // A repeated pattern rather than zeros, so that a piece dropped or
   // repeated would change the result.
   const std::string block = norvane::test::pattern(1024 * 1024 + 3);
@@ -94,11 +84,12 @@ TEST(hasher_large, xxh3_past_4_gib_matches_the_library_streaming_call) {
   XXH3_freeState(raw128);
 
   // One update of more than 4 GiB equals the library's one-shot call on it.
-  const zero_mapping zeros(large_size);
-  ASSERT_TRUE(zeros.ok());
-  ours64.update(zeros.view());
-  EXPECT_EQ(ours64.finish(), XXH3_64bits(zeros.view().data(), zeros.view().size()));
-  EXPECT_EQ(norvane::hash_xxh64(zeros.view()), XXH3_64bits(zeros.view().data(), zeros.view().size()));
+  const auto mapping = map_zeros(large_size);
+  ASSERT_NE(mapping, nullptr);
+  const std::string_view zeros(mapping.get(), large_size);
+  ours64.update(zeros);
+  EXPECT_EQ(ours64.finish(), XXH3_64bits(zeros.data(), zeros.size()));
+  EXPECT_EQ(norvane::hash_xxh64(zeros), XXH3_64bits(zeros.data(), zeros.size()));
 }
 
 }  // namespace
