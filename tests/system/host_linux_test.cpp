@@ -36,7 +36,7 @@ TEST(HostCpus, PackagesCoresAndClocksFromCpuinfoAndCpufreq) {
   const std::string two = block(0, 1, 0, "B") + block(1, 0, 0, "A") + block(2, 1, 1, "B") +
                           block(3, 0, 1, "A") + block(4, 1, 0, "B") + block(5, 0, 0, "A");
   const struct {
-    std::string cpuinfo;  // "<dir>": a directory in its place; "<none>": no file
+    std::string cpuinfo;  // "<none>": no file
     const char* cpu0_khz;
     const char* cpu1_khz;
     const char* expected;  // id/model/cores/MHz per package
@@ -45,7 +45,6 @@ TEST(HostCpus, PackagesCoresAndClocksFromCpuinfoAndCpufreq) {
       // Clocks come from each package's first processor.
       {two, "2000000\n", "3000000\n", "0/A/2/3000 1/B/2/2000"},
       {"<none>", nullptr, nullptr, "0/<unknown>/-1/-1"},
-      {"<dir>", nullptr, nullptr, "0/<unknown>/-1/-1"},
       {"processor\t: 0\nmodel name\t: AMD EPYC\nphysical id\t: 0\ncore id", nullptr, nullptr,
        "0/AMD EPYC/-1/-1"},
       // Ids that are not numbers count no core; an unreadable processor
@@ -64,11 +63,7 @@ TEST(HostCpus, PackagesCoresAndClocksFromCpuinfoAndCpufreq) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.cpuinfo);
     test::temp_dir root;
-    if (c.cpuinfo == "<dir>") {
-      fs::create_directories(root / "proc" / "cpuinfo");
-    } else if (c.cpuinfo != "<none>") {
-      put(root, "proc/cpuinfo", c.cpuinfo.c_str());
-    }
+    put(root, "proc/cpuinfo", c.cpuinfo == "<none>" ? nullptr : c.cpuinfo.c_str());
     put(root, "sys/devices/system/cpu/cpu0/cpufreq/base_frequency", c.cpu0_khz);
     put(root, "sys/devices/system/cpu/cpu1/cpufreq/base_frequency", c.cpu1_khz);
     std::string got;
