@@ -33,9 +33,7 @@ struct outcome {
 std::vector<std::string> lines_of(const std::string& text) {
   std::vector<std::string> lines;
   std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) {
-    lines.push_back(line);
-  }
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
   return lines;
 }
 
@@ -46,23 +44,17 @@ protected:
   outcome tool(const std::vector<std::string>& args, const fs::path& input = "/dev/null") {
     const auto out_path = capture / "out";
     const auto child = norvane::test::run_in_child([&]() -> std::string {
-      for (const auto& [name, under] : {std::pair{"HOME", ""},
-                                        {"XDG_CONFIG_HOME", ".config"},
-                                        {"XDG_DATA_HOME", ".local/share"},
-                                        {"XDG_DATA_DIRS", "share"},
-                                        {"XDG_CACHE_HOME", ".cache"},
-                                        {"XDG_STATE_HOME", ".local/state"}}) {
-        ::setenv(name, (home / under).c_str(), 1);
-      }
+      // The other XDG directories stay where the test program points them.
+      ::setenv("HOME", home.path().c_str(), 1);
+      ::setenv("XDG_CONFIG_HOME", (home / ".config").c_str(), 1);
+      ::setenv("XDG_STATE_HOME", (home / ".local/state").c_str(), 1);
       const int in = ::open(input.c_str(), O_RDONLY);
       const int out = ::open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
       if (in < 0 || out < 0 || ::chdir(dir.path().c_str()) != 0 || ::dup2(in, 0) < 0 || ::dup2(out, 1) < 0) {
         throw std::runtime_error("cannot redirect");
       }
       std::vector<char*> argv;
-      for (const auto& a : args) {
-        argv.push_back(const_cast<char*>(a.c_str()));
-      }
+      for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
       argv.push_back(nullptr);
       ::execvp(argv[0], argv.data());
       throw std::runtime_error("cannot run " + args[0]);
