@@ -24,106 +24,77 @@ namespace {
 namespace fs = std::filesystem;
 using strings = std::vector<std::string>;
 
-// Builds an application from `arguments` as main() receives them, with the
-// names in `present` made as files in a temporary directory first; "@"
-// in an argument stands for that directory.
-struct application_fixture {
-  test::temp_dir dir;
-  strings storage;
+// An application built from `arguments` as main() receives them.
+std::unique_ptr<application_core> make_app(strings arguments) {
   std::vector<char*> argv;
-  std::unique_ptr<application_core> app;
-
-  application_fixture(strings arguments, std::initializer_list<const char*> present = {}) {
-    for (const char* name : present) {
-      test::write_file(dir / name, "");
-    }
-    for (auto& argument : arguments) {
-      if (const auto at = argument.find('@'); at != std::string::npos) {
-        argument.replace(at, 1, dir.path().string());
-      }
-    }
-    storage = std::move(arguments);
-    for (auto& argument : storage) {
-      argv.push_back(argument.data());
-    }
-    argv.push_back(nullptr);
-    app = std::make_unique<application_core>(static_cast<int>(storage.size()), argv.data());
-  }
-  std::string canonical(const char* name) const { return fs::canonical(dir / name).string(); }
-};
+  for (auto& argument : arguments) argv.push_back(argument.data());
+  argv.push_back(nullptr);
+  return std::make_unique<application_core>(static_cast<int>(arguments.size()), argv.data());
+}
 
 TEST(ApplicationCore, KeepsArgumentsWithoutSerialNumbersAndCanonicalArgumentZero) {
   test::log_capture log;
-  const application_fixture a({"@/./tool.bin", "-psn_0_12345", "word", "-psn", "-psn_", "x-psn_1", ""},
-                              {"tool.bin"});
-  EXPECT_EQ(a.app->arguments(), (strings{a.canonical("tool.bin"), "word", "-psn", "x-psn_1", ""}));
-  EXPECT_EQ(a.app->application_dir_path(), fs::canonical(a.dir.path()).string());
-  EXPECT_EQ(a.app->application_name(), "tool");
-  const application_fixture psn_first({"-psn_0_1", "@/archive.tar.gz"}, {"archive.tar.gz"});
-  EXPECT_EQ(psn_first.app->arguments(), strings{psn_first.canonical("archive.tar.gz")});
-  EXPECT_EQ(psn_first.app->application_name(), "archive.tar");  // only the last extension goes
-  const application_fixture none({});
-  EXPECT_EQ(none.app->arguments(), strings{});
-  EXPECT_EQ(none.app->application_dir_path() + none.app->application_name(), "");
+  const test::temp_dir dir;
+  test::write_file(dir / "tool.bin", "");
+  test::write_file(dir / "archive.tar.gz", "");
+  const auto at = dir.path().string();
+  auto app = make_app({at + "/./tool.bin", "-psn_0_12345", "word", "-psn", "-psn_", "x-psn_1", ""});
+  EXPECT_EQ(app->arguments(), (strings{fs::canonical(dir / "tool.bin"), "word", "-psn", "x-psn_1", ""}));
+  EXPECT_EQ(app->application_dir_path(), fs::canonical(dir.path()).string());
+  EXPECT_EQ(app->application_name(), "tool");
+  app.reset();
+  app = make_app({"-psn_0_1", at + "/archive.tar.gz"});
+  EXPECT_EQ(app->arguments(), strings{fs::canonical(dir / "archive.tar.gz")});
+  EXPECT_EQ(app->application_name(), "archive.tar");  // only the last extension goes
+  app.reset();
+  app = make_app({});
+  EXPECT_EQ(app->arguments().size() + app->application_dir_path().size() + app->application_name().size(),
+            0u);
   EXPECT_EQ(log.entries(), std::vector<test::log_entry>{});
-
-  const application_fixture missing({"@/nowhere/tool", "--flag"});
-  const auto path = (missing.dir / "nowhere/tool").string();
-  EXPECT_EQ(missing.app->arguments(), (strings{path, "--flag"}));
+  app.reset();
+  app = make_app({at + "/nowhere/tool", "--flag"});
+  EXPECT_EQ(app->arguments(), (strings{at + "/nowhere/tool", "--flag"}));
   EXPECT_EQ(
       log.entries(),
       (std::vector<test::log_entry>{{"error", "Impossible to find the canonical path for the argument #0 " +
-                                                  path + ": No such file or directory"}}));
+                                                  at + "/nowhere/tool: No such file or directory"}}));
 }
 
 TEST(ApplicationCore, IdentityBelongsToTheNewestInstanceAndGoesWithIt) {
   test::log_capture log;  // the missing program paths are logged, not checked here
   EXPECT_EQ(application_core::instance(), nullptr);
-  application_fixture first({"first"});
+  const auto first = make_app({"first"});
   {
-    const application_fixture second({"second"});
-    EXPECT_EQ(application_core::instance(), second.app.get());
-    EXPECT_EQ(first.app->application_name(), "second");
+    const auto second = make_app({"second"});
+    EXPECT_EQ(application_core::instance(), second.get());
+    EXPECT_EQ(first->application_name(), "second");
     // Set through `first`, the identity lands in the instance, `second`.
-    first.app->set_organization_name("studio");
-    first.app->set_organization_domain("studio.example");
-    first.app->set_application_name("editor");
-    first.app->set_application_version("1.2");
-    EXPECT_EQ(second.app->organization_name() + " " + second.app->organization_domain() + " " +
-                  second.app->application_name() + " " + second.app->application_version(),
+    first->set_organization_name("studio");
+    first->set_organization_domain("studio.example");
+    first->set_application_name("editor");
+    first->set_application_version("1.2");
+    EXPECT_EQ(second->organization_name() + " " + second->organization_domain() + " " +
+                  second->application_name() + " " + second->application_version(),
               "studio studio.example editor 1.2");
   }
   // With no instance the getters read nothing and the setters of the
   // application's own names are ignored, even though `first` is alive.
   EXPECT_EQ(application_core::instance(), nullptr);
-  first.app->set_application_name("ignored");
-  first.app->set_application_version("ignored");
-  EXPECT_EQ(first.app->organization_name() + first.app->organization_domain() +
-                first.app->application_name() + first.app->application_version(),
+  first->set_application_name("ignored");
+  first->set_application_version("ignored");
+  EXPECT_EQ(first->organization_name() + first->organization_domain() + first->application_name() +
+                first->application_version(),
             "");
-  EXPECT_EQ(first.app->arguments(), strings{"first"});
+  EXPECT_EQ(first->arguments(), strings{"first"});
   // The organisation setters need an instance: without one they abort.
-  EXPECT_DEATH(first.app->set_organization_name("studio"), "");
-  EXPECT_DEATH(first.app->set_organization_domain("studio.example"), "");
-
-  EXPECT_FALSE(first.app->should_exit());
-  first.app->exit();
-  first.app->restart();
-  EXPECT_TRUE(first.app->should_exit());  // restart does not undo an exit
-  first.app->reset_exit();
-  first.app->restart();
-  EXPECT_FALSE(first.app->should_exit());
-}
-
-TEST(ApplicationCore, PlatformAndModulePath) {
-  utsname host{};
-  ASSERT_EQ(::uname(&host), 0);
-  // Built and run on the same machine here, so the two must agree.
-  EXPECT_EQ(application_core::platform(), std::string("linux-") + host.machine);
-  EXPECT_EQ(application_core::os() + "-" + application_core::arch(), application_core::platform());
-  // From this executable: the program itself; from a shared library: that library.
-  EXPECT_TRUE(fs::equivalent(module_path(), "/proc/self/exe"));
-  EXPECT_EQ(fs::path(module_probe_path()).filename(), "libnorvane_module_probe.so");
+  EXPECT_DEATH(first->set_organization_name("studio"), "");
+  EXPECT_DEATH(first->set_organization_domain("studio.example"), "");
+  first->exit();
+  first->restart();
+  EXPECT_TRUE(first->should_exit());  // restart does not undo an exit
+  first->reset_exit();
+  first->restart();
+  EXPECT_FALSE(first->should_exit());
 }
 
 // A derived application whose record carries a field of its own.
@@ -137,7 +108,7 @@ private:
   int& destroyed_;
 };
 
-TEST(ApplicationCore, DerivedApplicationHandsItsRecordToTheBase) {
+TEST(ApplicationCore, DerivedRecordPlatformAndModulePath) {
   struct derived_application : application_core {
     derived_application(int argc, char** argv, int& destroyed)
         : application_core(*new counted_pimpl(this, argc, argv, destroyed)) {}
@@ -152,6 +123,13 @@ TEST(ApplicationCore, DerivedApplicationHandsItsRecordToTheBase) {
   }
   EXPECT_EQ(destroyed, 1);
   EXPECT_EQ(application_core::instance(), nullptr);
+
+  utsname host{};
+  ASSERT_EQ(::uname(&host), 0);
+  EXPECT_EQ(application_core::platform(), std::string("linux-") + host.machine);
+  // From this executable: the program itself; from a shared library: that library.
+  EXPECT_TRUE(fs::equivalent(module_path(), "/proc/self/exe"));
+  EXPECT_EQ(fs::path(module_probe_path()).filename(), "libnorvane_module_probe.so");
 }
 
 }  // namespace

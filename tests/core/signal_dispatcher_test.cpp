@@ -17,20 +17,17 @@ struct tick {
   int n;
 };
 
-// A listener that records whether the dispatcher is updating, now and in a
-// function it postpones; it throws while `fail` is set.
+// Records whether the dispatcher is updating, now and in a function it
+// postpones; throws while `fail` is set.
 struct observer {
   signal_dispatcher* d;
   std::vector<std::string>* trace;
   bool fail = false;
+  std::string state() const { return d->is_updating() ? " updating" : " idle"; }
   void on_tick(tick& t) {
-    if (fail) {
-      throw std::runtime_error("listener failed");
-    }
-    trace->push_back("tick " + std::to_string(t.n) + (d->is_updating() ? " updating" : " idle"));
-    d->delay_event([this, n = t.n] {
-      trace->push_back("after " + std::to_string(n) + (d->is_updating() ? " updating" : " idle"));
-    });
+    if (fail) throw std::runtime_error("listener failed");
+    trace->push_back("tick " + std::to_string(t.n) + state());
+    d->delay_event([this, n = t.n] { trace->push_back("after " + std::to_string(n) + state()); });
   }
 };
 
@@ -52,8 +49,7 @@ TEST(SignalDispatcher, TypedEventsFirstThenPostponedFunctionsOnceInCallOrder) {
     d.update();
     EXPECT_FALSE(d.is_updating());
     EXPECT_EQ(d.handle().size(), 0u);
-    // Destruction drops what is still pending without running it.
-    d.delay_event([token, &trace] { trace.push_back("never"); });
+    d.delay_event([token, &trace] { trace.push_back("never"); });  // dropped unrun by destruction
   }
   EXPECT_EQ(trace, (std::vector<std::string>{"tick 1 updating", "tick 2 updating", "queued before",
                                              "after 1 idle", "after 2 idle"}));
@@ -61,39 +57,34 @@ TEST(SignalDispatcher, TypedEventsFirstThenPostponedFunctionsOnceInCallOrder) {
 }
 
 TEST(SignalDispatcher, WhatAThrowingUpdateLeavesQueued) {
-  // A throwing listener leaves the flag set and the functions queued.
   signal_dispatcher d;
   std::vector<std::string> trace;
   observer o{&d, &trace, true};
   d.handle().sink<tick>().connect<&observer::on_tick>(o);
   d.delay_event([&] { trace.push_back("delayed"); });
   d.handle().enqueue<tick>(1);
+  // A throwing listener leaves the flag set and the functions queued.
   EXPECT_THROW(d.update(), std::runtime_error);
   EXPECT_TRUE(d.is_updating());
   o.fail = false;
   d.update();
   EXPECT_FALSE(d.is_updating());
-  EXPECT_EQ(trace, (std::vector<std::string>{"tick 1 updating", "delayed", "after 1 idle"}));
-
   // A throwing function keeps every function, the ones before it included,
   // and what it postponed before throwing, for the next update.
-  std::vector<std::string> ran;
   bool fail = true;
-  d.delay_event([&] { ran.push_back("first"); });
+  d.delay_event([&] { trace.push_back("first"); });
   d.delay_event([&] {
-    d.delay_event([&] { ran.push_back("late"); });
-    if (fail) {
-      throw std::runtime_error("function failed");
-    }
-    ran.push_back("second");
+    d.delay_event([&] { trace.push_back("late"); });
+    if (fail) throw std::runtime_error("function failed");
+    trace.push_back("second");
   });
   EXPECT_THROW(d.update(), std::runtime_error);
   EXPECT_FALSE(d.is_updating());
   fail = false;
   d.update();
   d.update();
-  EXPECT_EQ(ran, (std::vector<std::string>{"first", "first", "second", "late"}));
-
+  EXPECT_EQ(trace, (std::vector<std::string>{"tick 1 updating", "delayed", "after 1 idle", "first", "first",
+                                             "second", "late"}));
   d.delay_event(std::function<void()>());
   EXPECT_THROW(d.update(), std::bad_function_call);
 }

@@ -41,7 +41,11 @@ TEST(SystemInfoThreads, FirstUseFromManyThreadsBuildsOneDescription) {
   }
   EXPECT_EQ(seen[0].substr(0, seen[0].find(' ')), where_model());
   EXPECT_FALSE(system_info::os().type().empty());
-  EXPECT_GT(system_info::ram().total_MiB(), 0.0);
+  // Whatever container this runs in, its figures stay within the machine's.
+  const auto ram = system_info::ram();
+  EXPECT_GT(ram.total_MiB(), 0.0);
+  EXPECT_TRUE(ram.limit_MiB() > 0 && ram.limit_MiB() <= ram.total_MiB()) << ram.limit_MiB();
+  EXPECT_TRUE(ram.available_MiB() > 0 && ram.available_MiB() <= ram.total_MiB()) << ram.available_MiB();
 }
 
 }  // namespace
