@@ -174,8 +174,12 @@ TEST(CustomDispatcher, ListenersChangedDuringDelivery) {
   d.update();
   EXPECT_EQ(quitter.heard, heard_list{"1"});
   EXPECT_EQ(host.heard, (heard_list{"1", "2", "3"}));
-  // Connected while event 1 was being delivered: hears the events after it.
-  EXPECT_EQ(late.heard, (heard_list{"key 2", "key 3"}));
+  // Connected while event 1 was being delivered: hears the events after it,
+  // and stays connected, ahead of a listener connected after the update.
+  d.sink<key>().connect<&listener::also>(late);
+  d.enqueue<key>(4);
+  d.update();
+  EXPECT_EQ(late.heard, (heard_list{"key 2", "key 3", "key 4", "also 4"}));
 }
 
 template <typename T>
