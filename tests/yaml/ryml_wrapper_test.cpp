@@ -120,23 +120,6 @@ TEST(YamlHandleDeathTest, ReadingAnExplicitNullAsTextEndsTheProcess) {
   EXPECT_DEATH(b.extract_primitive_impl(s), "could not deserialize value");
 }
 
-TEST(YamlHandle, ExplicitNullReportsThroughTheTreesCallbacks) {
-  std::vector<std::string> seen;
-  set_callbacks(callbacks{&seen, [](const char* msg, std::size_t len, location, void* user) {
-                            static_cast<std::vector<std::string>*>(user)->emplace_back(msg, len);
-                          }});
-  ryml_wrapper h;  // its tree keeps the recording callbacks
-  set_callbacks(default_callbacks());
-  tree& t = *access::impl(h)->shared_tree;
-  t.set_val(t.root_id(), t.copy_to_arena("~"));
-  t.add_flags(t.root_id(), VAL | VALNIL);
-  h.parse_value();
-  std::string s = "untouched";
-  h.extract_primitive_impl(s);
-  EXPECT_EQ(s, "untouched");
-  EXPECT_EQ(seen, std::vector<std::string>{"could not deserialize value"});
-}
-
 TEST(YamlHandle, HandlesShareTheTreeAndCopiesAreDeep) {
   ryml_wrapper doc = read_ok("a: 1\nb: [x, y]\n");
   const ryml_wrapper& cdoc = doc;
