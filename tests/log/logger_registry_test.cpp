@@ -20,7 +20,8 @@ protected:
     install_logger_registry(nullptr);
     install_default_log_sink(nullptr);
     set_default_log_level(log_level::off);
-    for (const char* name : {"r.before", "r.after", "r.dup", "r.carried", "r.external", "r.made"}) {
+    for (const char* name :
+         {"r.before", "r.after", "r.loose", "r.dup", "r.carried", "r.external", "r.made"}) {
       unregister_logger(name);
     }
   }
