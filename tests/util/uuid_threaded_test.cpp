@@ -52,7 +52,9 @@ TEST(UuidThreaded, RandomAndV7IdentifiersFromConcurrentThreadsAreDistinct) {
   for (std::size_t t = 0; t < 4; ++t) {
     ASSERT_TRUE(std::is_sorted(v7.begin() + t * 250000, v7.begin() + (t + 1) * 250000));
   }
+  int ones = 0, zeros = 0;  // every bit of the last byte takes both values: it is drawn
   for (const auto& id : v7) {
+    ones |= id.bytes()[15], zeros |= ~id.bytes()[15] & 0xff;
     std::uint64_t ms = 0;
     for (std::size_t k = 0; k < 6; ++k) {
       ms = ms << 8 | id.bytes()[k];
@@ -61,6 +63,7 @@ TEST(UuidThreaded, RandomAndV7IdentifiersFromConcurrentThreadsAreDistinct) {
     ASSERT_TRUE(ms >= before && ms <= after && text[14] == '7' && (id.bytes()[8] & 0xc0) == 0x80) << text;
     ASSERT_TRUE(norvane::uuid(text) == id) << text;
   }
+  EXPECT_TRUE(ones == 0xff && zeros == 0xff) << ones << " " << zeros;
   EXPECT_TRUE(all_distinct(v7));
 }
 
