@@ -71,6 +71,10 @@ TEST(LoggerFault, AFailingLogDestinationIsReportedAndTheProgramCarriesOn) {
       {"/dev/full, one thread", false,
        [](const fs::path&) { return std::make_shared<log_sink_file>("/dev/full", false); },
        "logged " + carried_on, stamp + R"(\{Failed writing to file /dev/full: No space left on device\})"},
+      // The healthy control: about a hundred rotations report nothing.
+      {"rotating in a healthy directory", false,
+       [](const fs::path& dir) { return std::make_shared<log_sink_rotating_file>(dir / "app.log", 4096, 2); },
+       "logged " + carried_on, ""},
       {"a full file system", true,
        [](const fs::path& dir) {
          test::mount_tmpfs(dir, 64 * 1024);
