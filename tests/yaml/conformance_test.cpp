@@ -212,11 +212,8 @@ nlohmann::json to_json(const tree& t, std::size_t id) {
   if ((f & VALNIL) != 0 || v.data() == nullptr) {
     return nullptr;
   }
-  if (v == "true" || v == "True" || v == "TRUE") {
-    return true;
-  }
-  if (v == "false" || v == "False" || v == "FALSE") {
-    return false;
+  if (v == "true" || v == "True" || v == "TRUE" || v == "false" || v == "False" || v == "FALSE") {
+    return v[0] == 't' || v[0] == 'T';
   }
   const std::string s(v);
   if (!s.empty() && s.find_first_not_of("-0123456789") == std::string::npos && s != "-") {
@@ -264,9 +261,7 @@ outcome run_case(const fs::path& dir) {
 
   if (must_fail) {
     o.pass = errors.size() == 1 && !doc.is_valid();
-    if (!o.pass) {
-      o.reason = "invalid input read without an error";
-    }
+    o.reason = "invalid input read without an error";
     return o;
   }
   bool has_tags = false;
@@ -296,7 +291,6 @@ outcome run_case(const fs::path& dir) {
     try {
       want = json_documents(slurp(dir / "in.json"));
     } catch (const std::exception&) {
-      want.clear();
     }
     std::vector<nlohmann::json> got;
     for (std::size_t d : documents(t)) {
@@ -312,24 +306,15 @@ outcome run_case(const fs::path& dir) {
   return o;
 }
 
-std::vector<std::pair<fs::path, std::string>> suite_cases(const fs::path& root) {
-  std::vector<std::pair<fs::path, std::string>> cases;
-  for (const auto& entry : fs::directory_iterator(root)) {
-    if (!entry.is_directory()) {
-      continue;
-    }
-    if (fs::exists(entry.path() / "in.yaml")) {
-      cases.emplace_back(entry.path(), entry.path().filename().string());
-      continue;
-    }
-    for (const auto& sub : fs::directory_iterator(entry.path())) {
-      if (sub.is_directory() && fs::exists(sub.path() / "in.yaml")) {
-        cases.emplace_back(sub.path(),
-                           entry.path().filename().string() + "/" + sub.path().filename().string());
-      }
+// Case folders hold in.yaml, at the top or one level down; sorted by path.
+std::vector<fs::path> suite_cases(const fs::path& root) {
+  std::vector<fs::path> cases;
+  for (const auto& entry : fs::recursive_directory_iterator(root)) {
+    if (entry.is_directory() && fs::exists(entry.path() / "in.yaml")) {
+      cases.push_back(entry.path());
     }
   }
-  std::sort(cases.begin(), cases.end(), [](const auto& a, const auto& b) { return a.second < b.second; });
+  std::sort(cases.begin(), cases.end());
   return cases;
 }
 
@@ -345,10 +330,10 @@ TEST(YamlConformance, EveryCaseOfTheTestSuite) {
   ASSERT_GT(cases.size(), 300u) << "the suite at " << root << " looks incomplete";
 
   std::size_t refused = 0;
-  for (const auto& [dir, id] : cases) {
+  for (const auto& dir : cases) {
     const outcome o = run_case(dir);
     refused += o.complex_key_refused ? 1 : 0;
-    EXPECT_TRUE(o.pass) << id << ": " << o.reason;
+    EXPECT_TRUE(o.pass) << dir.lexically_relative(root).string() << ": " << o.reason;
   }
   std::printf("conformance: %zu cases (%zu of them pass by refusing a complex key)\n", cases.size(), refused);
 }

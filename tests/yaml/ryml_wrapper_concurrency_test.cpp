@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -13,33 +12,23 @@ using namespace norvane::yaml;
 TEST(YamlHandleConcurrency, ShareCounterStaysExactAcrossThreads) {
   std::vector<std::string> errors;
   ryml_wrapper doc = read_yaml("items: [1, 2, 3, 4]\nname: shared\n", errors);
-  ASSERT_TRUE(errors.empty());
   const ryml_wrapper& cdoc = doc;
-
-  constexpr int threads = 4;
   constexpr int rounds = 20000;
-  std::vector<std::thread> pool;
-  std::vector<long long> sums(threads, 0);
-  for (int t = 0; t < threads; ++t) {
-    pool.emplace_back([&cdoc, &sums, t] {
-      for (int i = 0; i < rounds; ++i) {
-        const ryml_wrapper items = cdoc["items"];
-        const ryml_wrapper item = items[static_cast<std::size_t>(i % 4)];
-        sums[static_cast<std::size_t>(t)] += item.as<long long>();
-        if (cdoc["name"].as<std::string>() != "shared") {
-          sums[static_cast<std::size_t>(t)] = -1;
+  std::vector<long long> sums(4, 0);
+  {
+    std::vector<std::jthread> pool;
+    for (std::size_t t = 0; t < sums.size(); ++t) {
+      pool.emplace_back([&cdoc, &sums, t] {
+        for (int i = 0; i < rounds; ++i) {
+          const ryml_wrapper items = cdoc["items"];
+          sums[t] += items[static_cast<std::size_t>(i % 4)].as<long long>();
+          sums[t] = cdoc["name"].as<std::string>() == "shared" ? sums[t] : -1'000'000'000;
         }
-      }
-    });
-  }
-  for (auto& th : pool) {
-    th.join();
+      });
+    }
   }
   EXPECT_EQ(doc.use_count(), 1);
-  for (long long s : sums) {
-    EXPECT_EQ(s, rounds / 4 * (1 + 2 + 3 + 4));
-  }
-
+  EXPECT_EQ(sums, std::vector<long long>(4, rounds / 4 * (1 + 2 + 3 + 4)));
   // The last handle may be dropped on another thread than the first.
   ryml_wrapper item = doc["items"][0];
   doc.clear();
