@@ -36,18 +36,9 @@ private:
   std::optional<std::string> saved_;
 };
 
-// "[level] message" per record, joined with " | ".
-inline std::string logged(log_capture& log) {
-  std::string text;
-  for (const auto& entry : log.entries()) {
-    text += (text.empty() ? "[" : " | [") + entry.level + "] " + entry.message;
-  }
-  return text;
-}
-
 class settings_fixture : public ::testing::Test {
 protected:
-  settings_fixture() : config_env_("XDG_CONFIG_HOME", config_home().c_str()) {
+  settings_fixture() {
     // An existing program path, so that constructing the application logs nothing.
     char* argv[] = {program_.data(), nullptr};
     app_ = std::make_unique<application_core>(1, argv);
@@ -64,7 +55,7 @@ protected:
   }
 
   temp_dir home_;
-  scoped_env config_env_;
+  scoped_env config_env_{"XDG_CONFIG_HOME", config_home().c_str()};
   std::string program_ = "/proc/self/exe";
   std::unique_ptr<application_core> app_;
 };

@@ -13,8 +13,7 @@
 
 namespace norvane::test {
 
-// The exit code with which a child says that the machine does not allow
-// the fault it was asked to set up; its report then holds the reason.
+// The exit code of a child that the machine does not let set up its fault.
 inline constexpr int child_cannot_set_up = 77;
 
 struct child_outcome {
@@ -30,14 +29,11 @@ struct child_outcome {
   std::string describe() const;
 };
 
-// Runs `body` in a forked child. The child exits with 0 after the body
-// returns, after sending the returned report to the parent; it exits with
-// child_cannot_set_up when the body throws fault_unavailable, and with 70
-// for any other exception. A child that runs longer than `seconds` is
-// killed by SIGALRM, so a hang shows up as a signal rather than a stuck suite.
-// With `exit_normally` the child leaves through std::exit, running the
-// process's exit handlers and static destructors as an application would;
-// otherwise through _exit.
+// Runs `body` in a forked child, which reports what the body returns and
+// exits with 0, with child_cannot_set_up when it throws fault_unavailable,
+// and with 70 for any other exception. SIGALRM ends a child running longer
+// than `seconds`, so a hang shows as a signal. With `exit_normally` the
+// child leaves through std::exit (exit handlers and static destructors run).
 child_outcome run_in_child(const std::function<std::string()>& body, unsigned seconds = 60,
                            bool exit_normally = false);
 
@@ -46,31 +42,22 @@ struct fault_unavailable {
   std::string reason;
 };
 
-// In a child: writes beyond `bytes` fail with EFBIG instead of raising
-// SIGXFSZ, which would kill the process.
+// In a child: writes beyond `bytes` fail with EFBIG instead of raising SIGXFSZ;
+// that holds for what the child writes to its standard error too.
 void limit_file_size(rlim_t bytes);
-
-// In a child: makes permission bits apply to the process. Root gives up
-// CAP_DAC_OVERRIDE and CAP_DAC_READ_SEARCH (keeping its uid, so it still
-// owns the files it made); any other user has nothing to give up.
+// In a child: permission bits apply even to root, who gives up
+// CAP_DAC_OVERRIDE and CAP_DAC_READ_SEARCH but keeps its uid.
 void obey_permission_bits();
-
-// In a child: a mount namespace of its own (inside a new user namespace
-// when not root), with every mount private, so mounts made afterwards are
-// seen by this process alone and vanish with it.
+// In a child: a private mount namespace (in a user namespace when not root),
+// so mounts made afterwards vanish with the child.
 void enter_private_mounts();
-
-// In a child, after enter_private_mounts(): a tmpfs of `bytes` on
-// `directory`.
+// After enter_private_mounts(): a tmpfs of `bytes` on `directory`.
 void mount_tmpfs(const std::filesystem::path& directory, std::size_t bytes);
-// Makes the file system mounted on `directory` read-only; it must have no
-// file open for writing.
+// Makes the mount on `directory` read-only; no file on it may be open for writing.
 void remount_read_only(const std::filesystem::path& directory);
-
-// Fills the file system holding `directory` with one file named `name`
-// until a write fails with ENOSPC; returns how many bytes went in.
+// Fills the file system of `directory` with one file `name` until ENOSPC;
+// returns how many bytes went in.
 std::size_t fill_file_system(const std::filesystem::path& directory, const std::string& name = "filler");
-
 // The names in a directory, sorted, joined with spaces.
 std::string directory_listing(const std::filesystem::path& directory);
 

@@ -41,24 +41,30 @@ public:
     stream_->flush();
     const auto text = read_file(dir_ / "norvane.log");
     static const std::regex header(R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\] \[norvane\] \[(\w+)\] )");
-    struct record {
-      std::string level;
-      std::size_t header;
-      std::size_t body;
-    };
-    std::vector<record> records;
-    for (auto it = std::sregex_iterator(text.begin(), text.end(), header); it != std::sregex_iterator();
-         ++it) {
-      const auto at = static_cast<std::size_t>(it->position());
-      records.push_back({(*it)[1].str(), at, at + static_cast<std::size_t>(it->length())});
-    }
     std::vector<log_entry> entries;
-    for (std::size_t i = 0; i < records.size(); ++i) {
-      const auto end = i + 1 < records.size() ? records[i + 1].header : text.size();
-      // Drop the line end that the layout adds after every message.
-      entries.push_back({records[i].level, text.substr(records[i].body, end - records[i].body - 1)});
+    std::size_t body = 0;
+    // Each message ends where the next header starts, less the layout's line end.
+    const auto end_last = [&](std::size_t next) {
+      if (!entries.empty()) {
+        entries.back().message = text.substr(body, next - body - 1);
+      }
+    };
+    for (std::sregex_iterator it(text.begin(), text.end(), header), end; it != end; ++it) {
+      end_last(static_cast<std::size_t>(it->position()));
+      entries.push_back({(*it)[1].str(), ""});
+      body = static_cast<std::size_t>(it->position() + it->length());
     }
+    end_last(text.size());
     return entries;
+  }
+
+  // "[level] message" per record, joined with " | "; empty when none.
+  std::string text() {
+    std::string joined;
+    for (const auto& entry : entries()) {
+      joined += (joined.empty() ? "[" : " | [") + entry.level + "] " + entry.message;
+    }
+    return joined;
   }
 
 private:

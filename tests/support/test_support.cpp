@@ -1,12 +1,11 @@
 #include "support/test_support.hpp"
 
+#include <fcntl.h>
 #include <unistd.h>
 
-#include <fcntl.h>
-#include <atomic>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
-#include <random>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
@@ -14,19 +13,9 @@
 namespace norvane::test {
 
 temp_dir::temp_dir() {
-  static std::atomic<unsigned> counter{0};
-  std::random_device rd;
-  const auto base = std::filesystem::temp_directory_path();
-  for (int attempt = 0; attempt < 100; ++attempt) {
-    auto candidate = base / ("norvane-test-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) +
-                             "-" + std::to_string(rd() % 100000));
-    std::error_code ec;
-    if (std::filesystem::create_directory(candidate, ec)) {
-      path_ = candidate;
-      return;
-    }
-  }
-  throw std::runtime_error("cannot create a temporary directory");
+  auto name = (std::filesystem::temp_directory_path() / "norvane-test-XXXXXX").string();
+  if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("cannot create a temporary directory");
+  path_ = name;
 }
 
 temp_dir::~temp_dir() {
@@ -44,24 +33,20 @@ temp_dir::~temp_dir() {
 }
 
 std::string read_file(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
   std::ostringstream out;
-  out << in.rdbuf();
+  out << std::ifstream(path, std::ios::binary).rdbuf();
   return out.str();
 }
 
 void write_file(const std::filesystem::path& path, const std::string& content) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out << content;
+  std::ofstream(path, std::ios::binary) << content;
 }
 
 stdout_capture::stdout_capture() {
   std::fflush(stdout);
   saved_fd_ = ::dup(1);
   const int fd = ::open((dir_ / "stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  if (saved_fd_ < 0 || fd < 0) {
-    throw std::runtime_error("cannot capture standard output");
-  }
+  if (saved_fd_ < 0 || fd < 0) throw std::runtime_error("cannot capture standard output");
   ::dup2(fd, 1);
   ::close(fd);
 }
