@@ -112,7 +112,8 @@ std::string file_sink<Mutex>::shift_older_files() const {
       return failed(numbered_file(path_, index));
     }
   }
-  if (fs::rename(path_, numbered_file(path_, 1), ec); ec) {
+  // Moved away since it was looked at: nothing is left to shift.
+  if (fs::rename(path_, numbered_file(path_, 1), ec); ec && ec != std::errc::no_such_file_or_directory) {
     return failed(path_);
   }
   return {};
