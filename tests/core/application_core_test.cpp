@@ -90,8 +90,8 @@ TEST(ApplicationCore, IdentityBelongsToTheNewestInstanceAndGoesWithIt) {
 
 // A derived application whose record carries a field of its own.
 struct counted_pimpl : application_core_pimpl {
-  counted_pimpl(application_core* app, int& argc, char** argv, int& destroyed)
-      : application_core_pimpl(app, argc, argv), destroyed(destroyed) {}
+  counted_pimpl(application_core* app, int& argc, char** argv, int& count)
+      : application_core_pimpl(app, argc, argv), destroyed(count) {}
   ~counted_pimpl() override { ++destroyed; }
   int& destroyed;
 };

@@ -8,9 +8,7 @@ struct responder {
   void on_request(const plugin_events::request& event) {
     dispatcher->enqueue<plugin_events::reply>(event.value * 2);
   }
-};
-
-responder the_responder;
+} the_responder;
 
 }  // namespace
 
