@@ -115,9 +115,7 @@ void build_tree(const test::temp_dir& root, const cgroup_case& c) {
   const fs::path parent = &layout == &hybrid ? fs::path("sys/fs/cgroup/unified/job") : cpu.parent_path();
   put(root, parent / (v2_parent ? "cpu.max" : "cpu.cfs_quota_us"), c.parent_cpu);
   put(root, parent / (v2_parent ? "memory.max" : "cpu.cfs_period_us"),
-      v2_parent                 ? c.parent_memory
-      : c.parent_cpu == nullptr ? nullptr
-                                : "100000");
+      v2_parent ? c.parent_memory : (c.parent_cpu ? "100000" : nullptr));
   if (!v2_parent) put(root, memory.parent_path() / "memory.limit_in_bytes", c.parent_memory);
 }
 
@@ -129,8 +127,7 @@ TEST(ContainerLimits, CoresAndMemoryLimitFromEveryCgroupLayout) {
     EXPECT_EQ(std::tuple(usable_cores(root.path(), c.affinity), memory_limit_bytes(root.path(), total),
                          c.limit == total ? total : memory_limit_bytes(root.path(), -1)),
               std::tuple(c.cores, c.limit, c.limit))
-        << c.layout.name << " cpu " << (c.cpu ? c.cpu : "(none)") << " memory "
-        << (c.memory ? c.memory : "-");
+        << c.layout.name << " cpu " << (c.cpu ? c.cpu : "-") << " memory " << (c.memory ? c.memory : "-");
   }
   EXPECT_EQ(memory_limit_bytes(test::temp_dir().path(), -1), -1);
 }

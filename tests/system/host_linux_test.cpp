@@ -45,21 +45,18 @@ TEST(HostCpus, PackagesCoresAndClocksFromCpuinfoAndCpufreq) {
       {"<none>", nullptr, nullptr, "0/<unknown>/-1/-1"},
       {"processor\t: 0\nmodel name\t: AMD EPYC\nphysical id\t: 0\ncore id", nullptr, nullptr,
        "0/AMD EPYC/-1/-1"},
-      // Ids that are not numbers count no core; an unreadable processor
-      // number drops its block whole.
+      // Ids that are not numbers count no core; a bad processor number drops its block.
       {"processor : 0\nphysical id : one\ncore id : -3\nmodel name : A\n\nprocessor : 1\nphysical id : 0\n"
        "core id : 5x\n\nprocessor : x\nphysical id : 7\nmodel name : Gone\n\nprocessor : 99999999999\n"
        "physical id : 8\n",
        nullptr, nullptr, "0/A/-1/-1"},
-      // Blocks split only by the next "processor" line, CRLF endings, and
-      // the trailing block of ARM kernels that names no processor.
+      // Blocks split by "processor" lines only, CRLF, ARM's trailing block without one.
       {"processor : 0\r\ncore id : 0\r\nprocessor : 1\r\ncore id : 1\r\n\r\nHardware : BCM2835\n", nullptr,
        nullptr, "0/<unknown>/2/-1"},
       {ht, "999\n", nullptr, "0/Xeon/2/0"},
       {ht, "fast\n", nullptr, "0/Xeon/2/-1"},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.cpuinfo);
     test::temp_dir root;
     put(root, {{"proc/cpuinfo", c.cpuinfo == "<none>" ? nullptr : c.cpuinfo.c_str()},
                {"sys/devices/system/cpu/cpu0/cpufreq/base_frequency", c.cpu0_khz},
@@ -69,7 +66,7 @@ TEST(HostCpus, PackagesCoresAndClocksFromCpuinfoAndCpufreq) {
       got += (got.empty() ? "" : " ") + std::to_string(cpu.id) + "/" + cpu.model_name + "/" +
              std::to_string(cpu.physical_cores) + "/" + std::to_string(cpu.regular_frequency_mhz);
     }
-    EXPECT_EQ(got, c.expected);
+    EXPECT_EQ(got, c.expected) << c.cpuinfo;
   }
 }
 
@@ -111,7 +108,6 @@ TEST(HostOsAndRam, FromOsReleaseAndMeminfoWithFallbacks) {
       {"NAME=\"Debian GNU/Li\nVERSION_ID=\"12", nullptr, "Linux <unknown>", nullptr, -1, -1},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.os);
     test::temp_dir root;
     put(root, {{"etc/os-release", c.etc}, {"usr/lib/os-release", c.usr_lib}, {"proc/meminfo", c.meminfo}});
     const auto os = read_host_os(root.path());
