@@ -29,9 +29,8 @@ protected:
   // "name=value#count" for each option, in declaration order.
   std::string results() {
     std::string text;
-    for (const char* name : {"verbose", "count", "ratio", "mode", "files"}) {
-      text += std::string(name) + "=" + parser.value(name) + "#" + std::to_string(parser.count(name)) + " ";
-    }
+    for (const std::string name : {"verbose", "count", "ratio", "mode", "files"})
+      text += name + "=" + parser.value(name) + "#" + std::to_string(parser.count(name)) + " ";
     return text;
   }
 
@@ -40,14 +39,10 @@ protected:
 };
 
 TEST_F(CmdlineParser, ValuesByKind) {
-  struct row {
-    std::vector<std::string> arguments;
-    std::string expected;
-  };
   // Reals keep std::to_string's six decimals minus trailing zeros, but the
   // point; a given option counts each time and the last value wins; unknown
   // options are ignored; an empty vector gives the defaults.
-  const row rows[] = {
+  const std::pair<std::vector<std::string>, std::string> rows[] = {
       {{"tool"}, "verbose=false#0 count=0#0 ratio=0.25#0 mode=fast#0 files=#0 "},
       {{}, "verbose=false#0 count=0#0 ratio=0.25#0 mode=fast#0 files=#0 "},
       {{"tool", "-v", "--count", "-12", "--ratio=3", "-m", "slow", "a", "b"},
@@ -57,17 +52,16 @@ TEST_F(CmdlineParser, ValuesByKind) {
       {{"tool", "--ratio", "0.1234567"}, "verbose=false#0 count=0#0 ratio=0.123457#1 mode=fast#0 files=#0 "},
       {{"tool", "--ratio", "0.0000001", "--mode", "a b"},
        "verbose=false#0 count=0#0 ratio=0.#1 mode=a b#1 files=#0 "}};
-  for (const row& r : rows) {
-    ASSERT_TRUE(parser.parse(r.arguments)) << r.expected;
-    EXPECT_EQ(results(), r.expected);
+  for (const auto& [arguments, expected] : rows) {
+    EXPECT_TRUE(parser.parse(arguments));
+    EXPECT_EQ(results(), expected);
   }
   EXPECT_EQ(parser.value("colour"), "");
   EXPECT_TRUE(log.entries().empty());
   // Declared after a parse: no entry until the next one.
   parser.add_option("l", "level", "Depth", 3);
   EXPECT_EQ(parser.value("level"), "");
-  ASSERT_TRUE(parser.parse({"tool"}));
-  EXPECT_EQ(parser.value("level"), "3");
+  EXPECT_TRUE(parser.parse({"tool"}) && parser.value("level") == "3");
 }
 
 TEST_F(CmdlineParser, MalformedCommandLinesFailWithOneMessageAndNoResults) {
@@ -89,13 +83,13 @@ TEST(CmdlineParserAlone, DefaultsOfEveryKindAndOnePositionalName) {
   parser.add_option("", "negative", "", -7);
   parser.add_option("", "whole", "", 2.0);
   parser.add_option("", "name", "", std::string_view("a b,c"));
-  ASSERT_TRUE(parser.parse({"tool", "stray"}));
+  EXPECT_TRUE(parser.parse({"tool", "stray"}));
   EXPECT_EQ(parser.value("on") + parser.value("negative") + parser.value("whole") + parser.value("name"),
             "true-72.a b,c");
   EXPECT_EQ(parser.value("stray"), "");  // no positional parameter: stray words are not collected
   parser.add_option("inputs");
   parser.add_option("outputs");  // a second declaration replaces the name
-  ASSERT_TRUE(parser.parse({"tool", "a", "b"}));
+  EXPECT_TRUE(parser.parse({"tool", "a", "b"}));
   EXPECT_EQ(parser.value("outputs") + "|" + parser.value("inputs"), "a,b|");
 }
 
@@ -103,9 +97,8 @@ TEST_F(CmdlineParser, HelpAndBashCompletionOfAProgramWithoutCommands) {
   const auto help = parser.help();
   EXPECT_EQ(help.rfind("Converts things\nUsage:\n  tool [OPTION...] positional parameters\n\n", 0), 0u)
       << help;
-  for (const char* line : {"  -v, --verbose ", "  -m, --mode arg ", "How many (default: 0)"}) {
+  for (const char* line : {"  -v, --verbose ", "  -m, --mode arg ", "How many (default: 0)"})
     EXPECT_NE(help.find(line), std::string::npos) << line << "\n" << help;
-  }
   // Option names, an option's choices, nothing for a number, files for the
   // positional parameter; bash splits "--mode=f" into three words.
   parser.set_choices("mode", {"fast", "safe", "slow"});
@@ -118,7 +111,7 @@ TEST_F(CmdlineParser, HelpAndBashCompletionOfAProgramWithoutCommands) {
                                        {"tool --count ", ""},
                                        {"tool -v in", "in.txt"},
                                        {"tool in.txt --r", "--ratio"}}) {
-    const std::string script = std::string("source ./script; read -ra COMP_WORDS <<< '") + line + "'; [[ '" +
+    const std::string script = "source ./script; read -ra COMP_WORDS <<< '" + std::string(line) + "'; [[ '" +
                                line +
                                "' == *' ' ]] && COMP_WORDS+=(''); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); " +
                                "_tool; echo ${COMPREPLY[*]} >&2";

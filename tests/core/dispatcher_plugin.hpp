@@ -14,10 +14,7 @@ struct reply {
 };
 }  // namespace plugin_events
 
-// attach: the plugin answers each request with a reply of twice its value;
-// detach: it leaves every queue; send: it queues a reply on queue `id`;
-// reply_id: its identifier of the reply type.
+// attach: the plugin answers each request with a reply of twice its value
+// (detach, same type: it leaves every queue); send: it queues a reply on queue `id`.
 using plugin_attach_fn = void (*)(norvane::custom_dispatcher<>&);
-using plugin_detach_fn = void (*)(norvane::custom_dispatcher<>&);
 using plugin_send_fn = void (*)(norvane::custom_dispatcher<>&, std::uint32_t id, int value);
-using plugin_reply_id_fn = std::uint32_t (*)();

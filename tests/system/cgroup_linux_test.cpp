@@ -96,48 +96,38 @@ const cgroup_case cases[] = {
 };
 
 void put(const test::temp_dir& root, const fs::path& relative, const char* content) {
-  if (content != nullptr) {
+  if (content != nullptr)
     fs::create_directories(root / (content == unreadable ? relative : relative.parent_path()));
-  }
-  if (content != nullptr && content != unreadable) {
-    test::write_file(root / relative, content);
-  }
+  if (content != nullptr && content != unreadable) test::write_file(root / relative, content);
 }
 
 void build_tree(const test::temp_dir& root, const cgroup_case& c) {
   const auto& layout = c.layout;
+  const fs::path cpu = layout.cpu_dir, memory = layout.memory_dir;
   put(root, "proc/self/cgroup", layout.proc_cgroup);
   put(root, "proc/self/mountinfo", layout.mountinfo);
-  const fs::path cpu = layout.cpu_dir;
-  const fs::path memory = layout.memory_dir;
   put(root, cpu / (layout.unified ? "cpu.max" : "cpu.cfs_quota_us"), c.cpu);
   put(root, cpu / "cpu.cfs_period_us", c.period);
   put(root, memory / (layout.unified ? "memory.max" : "memory.limit_in_bytes"), c.memory);
   // A parent's quota is a v2 line in the unified layout and the hybrid's
   // unified hierarchy, a bare quota over a 100000 period in v1.
-  if (layout.unified || &layout == &hybrid) {
-    const fs::path unified = &layout == &hybrid ? fs::path("sys/fs/cgroup/unified/job") : cpu.parent_path();
-    put(root, unified / "cpu.max", c.parent_cpu);
-    put(root, unified / "memory.max", c.parent_memory);
-  } else {
-    put(root, cpu.parent_path() / "cpu.cfs_quota_us", c.parent_cpu);
-    put(root, cpu.parent_path() / "cpu.cfs_period_us", c.parent_cpu == nullptr ? nullptr : "100000");
-    put(root, memory.parent_path() / "memory.limit_in_bytes", c.parent_memory);
-  }
+  const bool v2_parent = layout.unified || &layout == &hybrid;
+  const fs::path parent = &layout == &hybrid ? fs::path("sys/fs/cgroup/unified/job") : cpu.parent_path();
+  put(root, parent / (v2_parent ? "cpu.max" : "cpu.cfs_quota_us"), c.parent_cpu);
+  put(root, parent / (v2_parent ? "memory.max" : "cpu.cfs_period_us"),
+      v2_parent ? c.parent_memory : (c.parent_cpu ? "100000" : nullptr));
+  if (!v2_parent) put(root, memory.parent_path() / "memory.limit_in_bytes", c.parent_memory);
 }
 
 TEST(ContainerLimits, CoresAndMemoryLimitFromEveryCgroupLayout) {
   for (const auto& c : cases) {
     test::temp_dir root;
     build_tree(root, c);
-    SCOPED_TRACE(testing::Message() << c.layout.name << " cpu " << (c.cpu ? c.cpu : "(none)") << " memory "
-                                    << (c.memory ? c.memory : "(none)"));
-    EXPECT_EQ(usable_cores(root.path(), c.affinity), c.cores);
-    EXPECT_EQ(memory_limit_bytes(root.path(), total), c.limit);
     // A known limit stands in for an unknown total.
-    if (c.limit != total) {
-      EXPECT_EQ(memory_limit_bytes(root.path(), -1), c.limit);
-    }
+    EXPECT_EQ(std::tuple(usable_cores(root.path(), c.affinity), memory_limit_bytes(root.path(), total),
+                         c.limit == total ? total : memory_limit_bytes(root.path(), -1)),
+              std::tuple(c.cores, c.limit, c.limit))
+        << c.layout.name << " cpu " << (c.cpu ? c.cpu : "-") << " memory " << (c.memory ? c.memory : "-");
   }
   EXPECT_EQ(memory_limit_bytes(test::temp_dir().path(), -1), -1);
 }
