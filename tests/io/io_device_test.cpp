@@ -61,18 +61,6 @@ TEST(IoDevice, AMaskedBitThrowsOnceSetAndFromTheOperationThatSetsIt) {
   EXPECT_FALSE(throws_stream_error([&] { quiet.set_state(bad | eof | fail); }));
 }
 
-TEST(IoDevice, NamesAreCopied) {
-  io_buffer device;
-  EXPECT_EQ(device.name(), nullptr);
-  std::string text = "first";
-  device.set_name(text.c_str());
-  text[0] = 'X';
-  device.set_name(device.name());  // its own copy as the source
-  EXPECT_STREQ(device.name(), "first");
-  device.set_name(nullptr);
-  EXPECT_EQ(device.name(), nullptr);
-}
-
 TEST(IoDevice, ReadLineCollapsesCrLfAndDoublesTheLastByteAtTheEnd) {
   // A row with a text opens a device on it with `before` set; the rows after read on from there.
   // Only a line-feed delimiter swallows the carriage return before it, and only when a line feed

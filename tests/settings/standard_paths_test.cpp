@@ -14,13 +14,12 @@ TEST(StandardPaths, LocationsFollowTheVariablesAndTheIdentity) {
   ASSERT_EQ(application_core::instance(), nullptr);
   const std::string home = std::getenv("HOME"), data = std::getenv("XDG_DATA_HOME"),
                     config = std::getenv("XDG_CONFIG_HOME");
-  const std::string temp = std::filesystem::temp_directory_path().string();
-  const std::string database = ::getpwuid(::getuid())->pw_dir;
+  const std::string temp = std::filesystem::temp_directory_path().string(),
+                    database = ::getpwuid(::getuid())->pw_dir;
   test::temp_dir dir;
   test::write_file(dir / "file", "");
   const auto not_a_directory = (dir / "file").string();
-  // Identities: 0 no application, 1 named after argument #0 (tool.bin),
-  // 2 the organisation Studio, 3 its domain studio.example as well.
+  // Identities: 0 none, 1 argument #0 (tool.bin), 2 the organisation Studio, 3 its domain as well.
   const struct {
     int identity;
     where location;
@@ -55,9 +54,7 @@ TEST(StandardPaths, LocationsFollowTheVariablesAndTheIdentity) {
     }
     std::optional<scoped_env> variable;
     if (*r.variable != '\0') variable.emplace(r.variable, r.value);
-    EXPECT_EQ(standard_paths::writable_location(r.location), r.expected)
-        << r.identity << " " << static_cast<int>(r.location) << " " << r.variable << "="
-        << (r.value ? r.value : "(unset)");
+    EXPECT_EQ(standard_paths::writable_location(r.location), r.expected) << "row " << &r - rows;
   }
   // Without HOME, the home directory comes from the password database.
   scoped_env no_home("HOME", nullptr);
