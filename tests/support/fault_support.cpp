@@ -95,9 +95,7 @@ void obey_permission_bits() {
   __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3] = {};
   constexpr unsigned drop = (1u << CAP_DAC_OVERRIDE) | (1u << CAP_DAC_READ_SEARCH);  // both in word 0
   check(::syscall(SYS_capget, &header, data) == 0, "capget");
-  data[0].effective &= ~drop;
-  data[0].permitted &= ~drop;
-  data[0].inheritable &= ~drop;
+  for (auto* set : {&data[0].effective, &data[0].permitted, &data[0].inheritable}) *set &= ~drop;
   check(::syscall(SYS_capset, &header, data) == 0, "capset");
 }
 

@@ -54,9 +54,6 @@ stdout_capture::~stdout_capture() {
   ::close(saved_fd_);
 }
 
-std::string stdout_capture::text() {
-  std::fflush(stdout);
-  return read_file(dir_ / "stdout");
-}
+std::string stdout_capture::text() { return std::fflush(stdout), read_file(dir_ / "stdout"); }
 
 }  // namespace norvane::test
