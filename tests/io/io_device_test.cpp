@@ -1,6 +1,5 @@
-// The device base (state bits, the exceptions mask, names, the open-mode
-// check, the line reader, seeking) and io_buffer over plain and chunked
-// memory, whose bulk copies must match a byte-at-a-time walk exactly.
+// The device base and io_buffer over plain and chunked memory, whose bulk
+// copies must match a byte-at-a-time walk exactly.
 #include "support/test_support.hpp"
 
 #include <norvane/io.hpp>
@@ -62,75 +61,47 @@ TEST(IoDevice, AMaskedBitThrowsOnceSetAndFromTheOperationThatSetsIt) {
   EXPECT_FALSE(throws_stream_error([&] { quiet.set_state(bad | eof | fail); }));
 }
 
-// The open-mode rules themselves are io_file's table.
-TEST(IoDevice, NamesAndTheOpenModeCheck) {
-  io_buffer device;
-  EXPECT_EQ(device.name(), nullptr);
-  std::string text = "first";
-  device.set_name(text.c_str());
-  text[0] = 'X';
-  device.set_name(device.name());  // its own copy as the source
-  EXPECT_STREQ(device.name(), "first");
-  device.set_name(nullptr);
-  EXPECT_EQ(device.name(), nullptr);
-  device.open("ab", 2);
-  EXPECT_FALSE(device.verify_open_mode(in));  // an open device refuses a reopening
-  EXPECT_EQ(device.state(), fail);
-}
-
 TEST(IoDevice, ReadLineCollapsesCrLfAndDoublesTheLastByteAtTheEnd) {
-  struct step {
+  // A row with a text opens a device on it with `before` set; the rows after read on from there.
+  // Only a line-feed delimiter swallows the carriage return before it, and only when a line feed
+  // follows; a full buffer stops the line.
+  const struct {
+    const char* text;
+    unsigned int before;
     int max;
     char delimiter;
     const char* line;
     long returned;
     bool found;
-  };
-  const struct {
-    const char* text;
-    unsigned int state;  // set before reading
-    std::vector<step> steps;
     unsigned int after;
-  } cases[] = {
-      {"ab\r\ncd",
-       0,
-       {{16, '\n', "ab\n", 3, true}, {16, '\n', "cdd", 3, false}, {16, '\n', "", 0, false}},
-       eof | fail},
-      // Only a line-feed delimiter swallows the carriage return before it,
-      // and only when a line feed follows; a full buffer stops the line.
-      {"one\r;two;\r\nthree",
-       0,
-       {{1, ';', "", 0, false},
-        {8, ';', "one\r;", 5, true},
-        {8, ';', "two;", 4, true},
-        {2, '\n', "\r", 1, false},
-        {8, '\n', "\n", 1, true},
-        {4, '\n', "thr", 3, false}},
-       0},
-      {"abc\n", bad, {{8, '\n', "", -1, false}, {1, '\n', "", -1, false}}, bad},
-      {"abc\n", fail, {{8, '\n', "", 0, false}}, fail},
+  } steps[] = {
+      {"ab\r\ncd", 0, 16, '\n', "ab\n", 3, true, 0},    {nullptr, 0, 16, '\n', "cdd", 3, false, eof | fail},
+      {nullptr, 0, 16, '\n', "", 0, false, eof | fail}, {"one\r;two;\r\nthree", 0, 1, ';', "", 0, false, 0},
+      {nullptr, 0, 8, ';', "one\r;", 5, true, 0},       {nullptr, 0, 8, ';', "two;", 4, true, 0},
+      {nullptr, 0, 2, '\n', "\r", 1, false, 0},         {nullptr, 0, 8, '\n', "\n", 1, true, 0},
+      {nullptr, 0, 4, '\n', "thr", 3, false, 0},        {"abc\n", bad, 8, '\n', "", -1, false, bad},
+      {nullptr, 0, 1, '\n', "", -1, false, bad},        {"abc\n", fail, 8, '\n', "", 0, false, fail},
   };
-  for (const auto& c : cases) {
-    io_buffer device;
-    device.open(c.text, static_cast<long>(std::string(c.text).size()));
-    device.set_state(c.state);
-    for (const auto& s : c.steps) {
-      char line[16] = "xxxxxxxxxxxxxxx";
-      bool found = !s.found;
-      EXPECT_EQ(device.read_line(&found, line, s.max, s.delimiter), s.returned) << c.text << ": " << s.line;
-      EXPECT_STREQ(line, s.line);
-      EXPECT_EQ(found, s.found) << c.text << ": " << s.line;
+  io_buffer device;
+  for (const auto& s : steps) {
+    SCOPED_TRACE(s.line);
+    if (s.text != nullptr) {
+      device.close();
+      device.clear(0);
+      device.open(s.text, static_cast<long>(std::string(s.text).size()));
+      device.set_state(s.before);
     }
-    EXPECT_EQ(device.state(), c.after) << c.text;
+    char line[16] = "xxxxxxxxxxxxxxx";
+    bool found = !s.found;
+    EXPECT_EQ(device.read_line(&found, line, s.max, s.delimiter), s.returned);
+    EXPECT_EQ(std::tuple(std::string(line), found, device.state()), std::tuple(s.line, s.found, s.after));
   }
 }
 
 TEST(IoDevice, FileAndMemorySeekAndClampReadsAlike) {
   test::temp_dir dir;
-  std::string text(100, '\0');
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    text[i] = static_cast<char>('a' + i % 26);
-  }
+  std::string text;
+  for (int i = 0; i < 100; ++i) text += static_cast<char>('a' + i % 26);
   test::write_file(dir / "data", text);
   io_file file;
   file.open(dir / "data", in);
@@ -209,8 +180,7 @@ TEST(IoBuffer, ChunksWritesAndOwnership) {
   EXPECT_EQ(readonly.state(), fail);
   readonly.open(nullptr, 10, out, false);  // passes and leaves the device closed
   EXPECT_TRUE(readonly.is_good() && !readonly.is_open());
-  // Owned memory is freed on close and on destruction (the leak checker of a
-  // sanitized build holds this test to it).
+  // Owned memory is freed on close and on destruction (the sanitized build's leak checker sees).
   io_buffer owner;
   owner.open(new char[16](), 16, in | out, true);
   owner.close();
@@ -231,22 +201,18 @@ TEST(IoBuffer, BulkCopiesMatchAByteWalkWhereverTheMappingEnds) {
     std::shuffle(ids.begin(), ids.end(), random);
     // Room for the chunk one past the list, which maps as itself.
     std::string bytes(static_cast<std::size_t>(std::max<std::int64_t>(chunk, 1)) * (ids.size() + 2), '\0');
-    for (auto& c : bytes) {
-      c = static_cast<char>('a' + random() % 26);
-    }
+    for (auto& c : bytes) c = static_cast<char>('a' + random() % 26);
     const auto size = uniform(0, std::int64_t(bytes.size()));
     const auto start = uniform(0, size + 2), count = uniform(0, size + 3);
-    SCOPED_TRACE(testing::Message() << "chunk " << chunk << " ids " << ids.size() << " size " << size
-                                    << " start " << start << " count " << count);
+    SCOPED_TRACE(testing::Message() << chunk << " " << ids.size() << " " << size << " " << start << " "
+                                    << count);
     // The walk: each position mapped through the chunk list on its own.
     std::vector<std::size_t> offsets;
     const auto n =
         start + count > size || start + count == 0 ? std::max<std::int64_t>(size - start, 0) : count;
     for (std::int64_t p = start; p < start + n; ++p) {
       const auto k = static_cast<std::size_t>(chunk == 0 ? 0 : p / chunk);
-      if (k > ids.size()) {
-        break;
-      }
+      if (k > ids.size()) break;
       offsets.push_back(static_cast<std::size_t>(
           p + (std::int64_t(k < ids.size() ? ids[k] : k) - std::int64_t(k)) * chunk));
     }
@@ -266,11 +232,8 @@ TEST(IoBuffer, BulkCopiesMatchAByteWalkWhereverTheMappingEnds) {
     b.read(got.data(), static_cast<long>(count));
     EXPECT_EQ(got.substr(0, expected.size()), expected);
     EXPECT_EQ(b.state(), copied == count ? 0u : eof | fail);
-    if (b.tell() != -1) {  // -1 past the mapping or after a short read
-      EXPECT_EQ(b.tell(), start + copied);
-    }
-    // Writes land where the walk says, and stop where it stops.
-    b.clear(0);
+    EXPECT_TRUE(b.tell() == -1 || b.tell() == start + copied);  // -1 past the mapping or after a short read
+    b.clear(0);  // writes land where the walk says, and stop where it stops
     b.seek(start, std::ios_base::beg);
     b.clear(0);
     b.write(text.data(), static_cast<long>(text.size()));

@@ -1,5 +1,4 @@
-// lock_file between real processes: exclusion, the holder's record, and a
-// lock that dies with its holder.
+// lock_file between real processes: exclusion, the holder's record, a lock that dies with its holder.
 #include "support/fault_support.hpp"
 #include "support/log_capture.hpp"
 #include "support/test_support.hpp"
@@ -23,8 +22,7 @@ namespace {
 using namespace std::chrono_literals;
 
 TEST(LockFile, TwoProcessesRacingNeverBothHoldIt) {
-  test::temp_dir dir;
-  // Shared between the two processes: how many hold the lock right now.
+  test::temp_dir dir;  // `holders`, shared by both processes: how many hold the lock right now
   auto* holders = static_cast<std::atomic<int>*>(
       ::mmap(nullptr, sizeof(std::atomic<int>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
   ASSERT_NE(holders, MAP_FAILED);
@@ -68,8 +66,6 @@ TEST(LockFile, AHolderKilledReleasesItAtOnceAndRefusedCallersSeeWhoHeldIt) {
   });
   pid_t child = 0;
   static_cast<void>(::read(ready[0], &child, sizeof child));
-  ::close(ready[0]);
-  ::close(ready[1]);
   test::log_capture log;
   lock_file lock(path);
   EXPECT_FALSE(lock.try_lock());
@@ -82,17 +78,14 @@ TEST(LockFile, AHolderKilledReleasesItAtOnceAndRefusedCallersSeeWhoHeldIt) {
   const auto start = std::chrono::steady_clock::now();
   EXPECT_FALSE(lock.lock(200ms));
   EXPECT_GE(std::chrono::steady_clock::now() - start, 200ms);
-  if (child > 0) {
-    ::kill(child, SIGKILL);
-  }
+  if (child > 0) ::kill(child, SIGKILL);
   holder.join();
   ASSERT_EQ(held.signal, SIGKILL) << held.describe();
   EXPECT_TRUE(lock.try_lock());
   EXPECT_EQ(lock.holder().pid, ::getpid());
   lock.unlock();
   EXPECT_EQ(lock.holder().pid, 0);
-  // A lock in a directory that does not exist is an error, not a refusal.
-  EXPECT_FALSE(lock_file(dir / "none" / "x.lock").try_lock());
+  EXPECT_FALSE(lock_file(dir / "none" / "x.lock").try_lock());  // an error, not a refusal
   EXPECT_EQ(log.text(), "[error] Cannot lock \"" + path.string() + "\" within 200 ms: held by process " +
                             std::to_string(child) + " (" + who.application_name + " on " + host +
                             "). | [error] Cannot lock \"" + (dir / "none" / "x.lock").string() +

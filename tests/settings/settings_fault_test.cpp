@@ -1,7 +1,6 @@
-// The settings store when the file system works against it: a file-size
-// limit, a full disk, files it may not read or write, paths that are not
-// plain files, files that disappear. Whatever fails is logged, the document
-// stays marked modified, and the file that was there is never lost or cut short.
+// The settings store when the file system works against it: whatever fails
+// is logged, the document stays marked modified, and the file that was there
+// is never lost or cut short.
 #include "settings/settings_fixture.hpp"
 #include "support/fault_support.hpp"
 
@@ -20,9 +19,7 @@ namespace fs = std::filesystem;
 class SettingsFault : public test::settings_fixture {
 protected:
   std::string content() const {
-    if (!fs::exists(fs::symlink_status(file()))) {
-      return "<none>";
-    }
+    if (!fs::exists(fs::symlink_status(file()))) return "<none>";
     return std::ifstream(file()).is_open() ? test::read_file(file()) : "<unreadable>";
   }
 };
@@ -30,37 +27,29 @@ protected:
 TEST_F(SettingsFault, FailedSyncsKeepTheFileAndTheModifiedMark) {
   const auto elsewhere = home_ / "dotfiles";
   const std::string old = R"({"old":")" + std::string(300, 'o') + R"("})";
-  const auto chmod = [&](fs::perms p) {
-    return [this, p, old] {
-      write_settings(old);
-      fs::permissions(file(), p);
-    };
-  };
   const auto obey = [] { test::obey_permission_bits(); };
-  const std::string cannot_write = "[error] Impossible to write in the settings file.";
-  const std::string is_a_directory =
-      "[error] Exception thrown during settings reading: \"basic_filebuf::underflow error reading the file: "
-      "Is a "
-      "directory\".";
+  const std::string no_write = "[error] Impossible to write in the settings file.",
+                    no_read = "[error] Impossible to read in the settings file.",
+                    is_dir =
+                        "[error] Exception thrown during settings reading: \"basic_filebuf::underflow error "
+                        "reading the file: Is "
+                        "a directory\".";
   const struct {
     std::function<void()> arrange, in_child;  // arrange runs in the parent
-    std::string expected;  // after the first sync of b: 2, then the file after a last one of b: 3
+    std::string expected;  // after a first sync of b: 2, then the file after a last one of b: 3
   } cases[] = {
       {[&] { write_settings(old); }, [] { test::limit_file_size(256); },
-       "read= sync=" + cannot_write + " modified=1 file=" + old + " dir=s.json s.json.lock\n" + old},
-      // The lock file cannot be made either.
-      {[&] {
+       "read= sync=" + no_write + " modified=1 file=" + old + " dir=s.json s.json.lock\n" + old},
+      {[&] {  // the lock file cannot be made either
          write_settings(old);
          fs::permissions(config_dir(), fs::perms::owner_read | fs::perms::owner_exec);
        },
-       obey, "read= sync=" + cannot_write + " modified=1 file=" + old + " dir=s.json\n" + old},
-      {chmod(fs::perms::none), obey,
-       "read=[error] Impossible to read in the settings file. sync=[error] Impossible to read in the "
-       "settings "
-       "file. | " +
-           cannot_write + " modified=1 file=<unreadable> dir=s.json s.json.lock\n<unreadable>"},
+       obey, "read= sync=" + no_write + " modified=1 file=" + old + " dir=s.json\n" + old},
+      {[&] { write_settings(old), fs::permissions(file(), fs::perms::none); }, obey,
+       "read=" + no_read + " sync=" + no_read + " | " + no_write +
+           " modified=1 file=<unreadable> dir=s.json s.json.lock\n<unreadable>"},
       {[&] { fs::create_directories(file() / "inside"); }, [] {},
-       "read=" + is_a_directory + " sync=" + is_a_directory + " | " + cannot_write +
+       "read=" + is_dir + " sync=" + is_dir + " | " + no_write +
            " modified=1 file= dir=s.json s.json.lock\n"},
       // Reading sees no file; writing must neither replace the loop nor spin on it.
       {[&] {
@@ -75,14 +64,10 @@ TEST_F(SettingsFault, FailedSyncsKeepTheFileAndTheModifiedMark) {
       // Settings kept elsewhere (a dotfiles directory) stay where the link points.
       {[&] {
          fs::create_directories(elsewhere);
-         write_settings(R"({"old":1})");
-         fs::rename(file(), elsewhere / "s.json");
+         test::write_file(elsewhere / "s.json", R"({"old":1})");
          fs::create_symlink(elsewhere / "s.json", file());
        },
-       [] {},
-       R"(read= sync= modified=0 file={"b":2,"old":1} dir=s.json s.json.lock)"
-       "\n"
-       R"({"b":3,"old":1})"},
+       [] {}, "read= sync= modified=0 file={\"b\":2,\"old\":1} dir=s.json s.json.lock\n{\"b\":3,\"old\":1}"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.expected);
@@ -90,6 +75,7 @@ TEST_F(SettingsFault, FailedSyncsKeepTheFileAndTheModifiedMark) {
     fs::permissions(config_dir(), fs::perms::owner_all, ec);
     fs::remove_all(config_home());
     fs::remove_all(elsewhere);
+    fs::create_directories(config_dir());
     c.arrange();
     const auto outcome = test::run_in_child([&] {
       c.in_child();
@@ -124,20 +110,19 @@ TEST_F(SettingsFault, SyncOnAFullFileSystemSucceedsOnceThereIsRoom) {
     s.dictionary()["new"] = std::string(10000, 'n');
     s.set_modified();
     s.sync();
-    std::string report = log.text() + " modified=" + std::to_string(s.modified()) + " " + content() + " " +
-                         test::directory_listing(config_dir());
+    const auto state = [&] {
+      return " modified=" + std::to_string(s.modified()) + " " + test::directory_listing(config_dir());
+    };
+    auto report = log.text() + state() + " " + content();
     fs::remove(config_dir() / "filler");
     s.sync();
-    return report + "\nmodified=" + std::to_string(s.modified()) + " " + std::to_string(content().size()) +
-           " " + test::directory_listing(config_dir());
+    return report + "\n" + state() + " " + std::to_string(content().size());
   });
-  if (outcome.could_not_set_up()) {
-    GTEST_SKIP() << "no private tmpfs on this machine: " << outcome.report;
-  }
+  if (outcome.could_not_set_up()) GTEST_SKIP() << "no private tmpfs on this machine: " << outcome.report;
   ASSERT_TRUE(outcome.exited_cleanly()) << outcome.describe();
   EXPECT_EQ(outcome.report,
-            "[error] Impossible to write in the settings file. modified=1 {\"keep\":\"k\"} filler s.json "
-            "s.json.lock\nmodified=0 10021 s.json s.json.lock");
+            "[error] Impossible to write in the settings file. modified=1 filler s.json s.json.lock "
+            "{\"keep\":\"k\"}\n modified=0 s.json s.json.lock 10021");
 }
 
 TEST_F(SettingsFault, FilesThatVanishBetweenSyncsComeBackWithEveryKey) {

@@ -1,6 +1,5 @@
-// What every settings test shares: a scoped environment variable, and a
-// fixture with its own configuration home and the identity studio/tool, so
-// that relative settings names live in <config home>/studio.tool.
+// A scoped environment variable, and a fixture with its own configuration
+// home and the identity studio/tool: relative names live in <config home>/studio.tool.
 #pragma once
 
 #include "support/log_capture.hpp"
@@ -22,9 +21,7 @@ namespace norvane::test {
 class scoped_env {
 public:
   scoped_env(const char* name, const char* value) : name_(name) {
-    if (const char* old = std::getenv(name)) {
-      saved_ = old;
-    }
+    if (const char* old = std::getenv(name)) saved_ = old;
     value != nullptr ? ::setenv(name, value, 1) : ::unsetenv(name);
   }
   ~scoped_env() { saved_ ? ::setenv(name_.c_str(), saved_->c_str(), 1) : ::unsetenv(name_.c_str()); }
@@ -39,13 +36,11 @@ private:
 class settings_fixture : public ::testing::Test {
 protected:
   settings_fixture() {
-    // An existing program path, so that constructing the application logs nothing.
-    char* argv[] = {program_.data(), nullptr};
+    char* argv[] = {program_.data(), nullptr};  // an existing program: the application logs nothing
     app_ = std::make_unique<application_core>(1, argv);
     app_->set_organization_name("studio");
     app_->set_application_name("tool");
   }
-
   std::filesystem::path config_home() const { return home_ / "config"; }
   std::filesystem::path config_dir() const { return config_home() / "studio.tool"; }
   std::filesystem::path file(const std::string& name = "s.json") const { return config_dir() / name; }

@@ -1,5 +1,7 @@
 #include "support/fault_support.hpp"
 
+#include "support/test_support.hpp"
+
 #include <fcntl.h>
 #include <linux/capability.h>
 #include <sched.h>
@@ -20,24 +22,20 @@
 namespace norvane::test {
 namespace {
 
-[[noreturn]] void unavailable(const std::string& what) {
-  throw fault_unavailable{what + ": " + std::strerror(errno)};
+void check(bool ok, const std::string& what) {
+  if (!ok) throw fault_unavailable{what + ": " + std::strerror(errno)};
 }
 
 void write_proc_file(const char* path, const std::string& text) {
   const int fd = ::open(path, O_WRONLY | O_CLOEXEC);
-  if (fd < 0 || ::write(fd, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
-    unavailable(std::string("writing ") + path);
-  }
+  check(fd >= 0 && ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()),
+        std::string("writing ") + path);
   ::close(fd);
 }
 
+// The memory files stay readable through /proc after the child has gone.
 std::string read_and_close(int fd) {
-  std::string text;
-  char buffer[4096];
-  for (ssize_t n; (n = ::pread(fd, buffer, sizeof buffer, static_cast<off_t>(text.size()))) > 0;) {
-    text.append(buffer, static_cast<std::size_t>(n));
-  }
+  auto text = read_file("/proc/self/fd/" + std::to_string(fd));
   ::close(fd);
   return text;
 }
@@ -45,17 +43,15 @@ std::string read_and_close(int fd) {
 }  // namespace
 
 std::string child_outcome::describe() const {
-  const std::string how = signal != 0
-                              ? "killed by signal " + std::to_string(signal) + " (" + strsignal(signal) + ")"
-                              : "exited with " + std::to_string(exit_code);
-  return how + "; report: \"" + report + "\"; standard error: \"" + errors + "\"";
+  return (signal != 0 ? "killed by signal " + std::to_string(signal) + " (" + strsignal(signal) + ")"
+                      : "exited with " + std::to_string(exit_code)) +
+         "; report: \"" + report + "\"; standard error: \"" + errors + "\"";
 }
 
 child_outcome run_in_child(const std::function<std::string()>& body, unsigned seconds, bool exit_normally) {
-  // Files in memory rather than pipes: the parent reads them once the child
-  // is gone, so a talkative child never blocks on a full pipe.
-  const int report_fd = ::memfd_create("report", MFD_CLOEXEC);
-  const int error_fd = ::memfd_create("errors", MFD_CLOEXEC);
+  // Files in memory rather than pipes, so a talkative child never blocks.
+  const int report_fd = ::memfd_create("report", MFD_CLOEXEC),
+            error_fd = ::memfd_create("errors", MFD_CLOEXEC);
   const pid_t pid = report_fd < 0 || error_fd < 0 ? -1 : ::fork();
   if (pid < 0) throw std::runtime_error("cannot start a child process");
   if (pid == 0) {
@@ -66,11 +62,9 @@ child_outcome run_in_child(const std::function<std::string()>& body, unsigned se
     try {
       report = body();
     } catch (const fault_unavailable& e) {
-      report = e.reason;
-      code = child_cannot_set_up;
+      report = e.reason, code = child_cannot_set_up;
     } catch (const std::exception& e) {
-      report = std::string("exception: ") + e.what();
-      code = 70;
+      report = std::string("exception: ") + e.what(), code = 70;
     }
     rlimit limit{};
     ::getrlimit(RLIMIT_FSIZE, &limit);
@@ -84,62 +78,48 @@ child_outcome run_in_child(const std::function<std::string()>& body, unsigned se
   rusage usage{};
   while (::wait4(pid, &status, 0, &usage) < 0 && errno == EINTR) {
   }
-  child_outcome outcome;
-  outcome.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  outcome.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-  outcome.peak_resident_KiB = usage.ru_maxrss;
-  outcome.report = read_and_close(report_fd);
-  outcome.errors = read_and_close(error_fd);
-  return outcome;
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, WIFSIGNALED(status) ? WTERMSIG(status) : 0,
+          read_and_close(report_fd), read_and_close(error_fd), usage.ru_maxrss};
 }
 
 void limit_file_size(rlim_t bytes) {
   std::signal(SIGXFSZ, SIG_IGN);
-  // The soft limit only: the child lifts it again to send its report.
-  rlimit limit{};
+  rlimit limit{};  // the soft limit only: the child lifts it to send its report
   ::getrlimit(RLIMIT_FSIZE, &limit);
   limit.rlim_cur = bytes;
-  if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) unavailable("setrlimit(RLIMIT_FSIZE)");
+  check(::setrlimit(RLIMIT_FSIZE, &limit) == 0, "setrlimit(RLIMIT_FSIZE)");
 }
 
 void obey_permission_bits() {
   __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
   __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3] = {};
-  // Both capabilities live in the first word.
-  constexpr unsigned drop = (1u << CAP_DAC_OVERRIDE) | (1u << CAP_DAC_READ_SEARCH);
-  if (::syscall(SYS_capget, &header, data) != 0) unavailable("capget");
-  data[0].effective &= ~drop;
-  data[0].permitted &= ~drop;
-  data[0].inheritable &= ~drop;
-  if (::syscall(SYS_capset, &header, data) != 0) unavailable("capset");
+  constexpr unsigned drop = (1u << CAP_DAC_OVERRIDE) | (1u << CAP_DAC_READ_SEARCH);  // both in word 0
+  check(::syscall(SYS_capget, &header, data) == 0, "capget");
+  for (auto* set : {&data[0].effective, &data[0].permitted, &data[0].inheritable}) *set &= ~drop;
+  check(::syscall(SYS_capset, &header, data) == 0, "capset");
 }
 
 void enter_private_mounts() {
   if (::unshare(CLONE_NEWNS) != 0) {
-    // Not privileged here: a user namespace of our own, mapping our ids onto
-    // themselves, grants what a mount namespace needs.
+    // Not privileged: a user namespace mapping our ids onto themselves.
     const auto uid = std::to_string(::geteuid()), gid = std::to_string(::getegid());
-    if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) unavailable("unshare(CLONE_NEWUSER | CLONE_NEWNS)");
+    check(::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0, "unshare(CLONE_NEWUSER | CLONE_NEWNS)");
     write_proc_file("/proc/self/setgroups", "deny");
     write_proc_file("/proc/self/uid_map", uid + " " + uid + " 1");
     write_proc_file("/proc/self/gid_map", gid + " " + gid + " 1");
   }
-  // Empty texts rather than null pointers keep valgrind from reading them
-  // as unaddressable; the kernel ignores them here.
-  if (::mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) != 0) unavailable("making / private");
+  // Empty texts rather than null pointers keep valgrind quiet.
+  check(::mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) == 0, "making / private");
 }
 
 void mount_tmpfs(const std::filesystem::path& directory, std::size_t bytes) {
   const std::string options = "size=" + std::to_string(bytes) + ",mode=0700";
-  if (::mount("tmpfs", directory.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, options.c_str()) != 0) {
-    unavailable("mounting a tmpfs");
-  }
+  check(::mount("tmpfs", directory.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, options.c_str()) == 0,
+        "mounting a tmpfs");
 }
 
 void remount_read_only(const std::filesystem::path& directory) {
-  if (::mount("", directory.c_str(), "", MS_REMOUNT | MS_RDONLY, nullptr) != 0) {
-    unavailable("remounting read-only");
-  }
+  check(::mount("", directory.c_str(), "", MS_REMOUNT | MS_RDONLY, nullptr) == 0, "remounting read-only");
 }
 
 std::size_t fill_file_system(const std::filesystem::path& directory, const std::string& name) {
@@ -147,13 +127,11 @@ std::size_t fill_file_system(const std::filesystem::path& directory, const std::
   const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   const std::vector<char> block(4096, 'f');
   std::size_t total = 0;
-  for (ssize_t n; fd >= 0 && (n = ::write(fd, block.data(), block.size())) > 0;) {
+  for (ssize_t n; fd >= 0 && (n = ::write(fd, block.data(), block.size())) > 0;)
     total += static_cast<std::size_t>(n);
-  }
   const int error = errno;
-  if (fd < 0 || error != ENOSPC) {
+  if (fd < 0 || error != ENOSPC)
     throw std::runtime_error("filling " + path.string() + ": " + std::strerror(error));
-  }
   ::close(fd);
   return total;
 }
@@ -165,9 +143,7 @@ std::string directory_listing(const std::filesystem::path& directory) {
     names.insert(it->path().filename().string());
   }
   std::string text;
-  for (const auto& name : names) {
-    text += (text.empty() ? "" : " ") + name;
-  }
+  for (const auto& name : names) text += (text.empty() ? "" : " ") + name;
   return text;
 }
 

@@ -15,8 +15,7 @@
 namespace norvane::test {
 
 struct log_entry {
-  std::string level;
-  std::string message;
+  std::string level, message;
   bool operator==(const log_entry&) const = default;
   friend std::ostream& operator<<(std::ostream& out, const log_entry& e) {
     return out << "[" << e.level << "] \"" << e.message << "\"";
@@ -35,19 +34,16 @@ public:
   log_capture(const log_capture&) = delete;
   log_capture& operator=(const log_capture&) = delete;
 
-  // One entry per record, in spdlog's default layout; a message may span
-  // lines, so records are split at each time stamp rather than at newlines.
+  // One entry per record; a message may span lines, so records are split at
+  // each header, and each message ends before the next header's line end.
   std::vector<log_entry> entries() {
     stream_->flush();
     const auto text = read_file(dir_ / "norvane.log");
     static const std::regex header(R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\] \[norvane\] \[(\w+)\] )");
     std::vector<log_entry> entries;
     std::size_t body = 0;
-    // Each message ends where the next header starts, less the layout's line end.
     const auto end_last = [&](std::size_t next) {
-      if (!entries.empty()) {
-        entries.back().message = text.substr(body, next - body - 1);
-      }
+      if (!entries.empty()) entries.back().message = text.substr(body, next - body - 1);
     };
     for (std::sregex_iterator it(text.begin(), text.end(), header), end; it != end; ++it) {
       end_last(static_cast<std::size_t>(it->position()));
@@ -61,16 +57,13 @@ public:
   // "[level] message" per record, joined with " | "; empty when none.
   std::string text() {
     std::string joined;
-    for (const auto& entry : entries()) {
-      joined += (joined.empty() ? "[" : " | [") + entry.level + "] " + entry.message;
-    }
+    for (const auto& e : entries()) joined += (joined.empty() ? "[" : " | [") + e.level + "] " + e.message;
     return joined;
   }
 
 private:
   temp_dir dir_;
-  std::shared_ptr<log_stream> previous_;
-  std::shared_ptr<log_stream> stream_;
+  std::shared_ptr<log_stream> previous_, stream_;
 };
 
 }  // namespace norvane::test

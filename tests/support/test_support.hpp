@@ -6,15 +6,13 @@
 
 namespace norvane::test {
 
-// A fresh directory under the system's temporary directory, removed with
-// everything in it when the object goes.
+// A fresh temporary directory, removed with its content when the object goes.
 class temp_dir {
 public:
   temp_dir();
   ~temp_dir();
   temp_dir(const temp_dir&) = delete;
   temp_dir& operator=(const temp_dir&) = delete;
-
   const std::filesystem::path& path() const noexcept { return path_; }
   std::filesystem::path operator/(const std::filesystem::path& name) const { return path_ / name; }
 
@@ -24,18 +22,16 @@ private:
 
 // The whole content of a file; empty when it cannot be read.
 std::string read_file(const std::filesystem::path& path);
-
 void write_file(const std::filesystem::path& path, const std::string& content);
 
-// Redirects the process's standard output (file descriptor 1) into a file
-// for its lifetime; text() gives what was written so far.
+// Redirects file descriptor 1 into a file for its lifetime; text() gives
+// what was written so far.
 class stdout_capture {
 public:
   stdout_capture();
   ~stdout_capture();
   stdout_capture(const stdout_capture&) = delete;
   stdout_capture& operator=(const stdout_capture&) = delete;
-
   std::string text();
 
 private:
