@@ -1,8 +1,5 @@
 #include "log/log_test_util.hpp"
 #include "support/log_capture.hpp"
-#include "support/test_support.hpp"
-
-#include <norvane/log.hpp>
 
 #include <gtest/gtest.h>
 
@@ -21,9 +18,7 @@ using test::read_file;
 void log_lines(std::shared_ptr<log_sink> sink, int from, int to) {
   log_stream stream("r", std::move(sink));
   stream.set_level(log_level::info);
-  for (int i = from; i < to; ++i) {
-    stream.log(log_level::info, "line {:04}", i);
-  }
+  for (int i = from; i < to; ++i) stream.log(log_level::info, "line {:04}", i);
   stream.flush();
 }
 
@@ -41,30 +36,27 @@ TEST(RotatingFileSink, KeepsWholeLinesInNumberedFilesAndDropsTheOldest) {
   struct rotation_case {
     double limit_in_lines;  // the size limit, in lengths of one line
     std::size_t max_files;
-    int restart_at;  // a new sink takes over the file here
-    int total;
+    int restart_at, total;                     // a new sink takes over the file at restart_at
     std::map<int, std::vector<int>> expected;  // every file left (0: app.log), with its lines
-    const char* name;
   };
   const rotation_case cases[] = {
-      {3, 2, 0, 10, {{0, {9}}, {1, {6, 7, 8}}, {2, {3, 4, 5}}}, "rotates and drops the oldest"},
-      {5, 3, 0, 4, {{0, {0, 1, 2, 3}}}, "under the limit"},
-      {3, 0, 0, 7, {{0, {6}}}, "no older files: emptied instead"},
-      {0.5, 2, 0, 3, {{0, {2}}, {1, {1}}, {2, {0}}}, "a line longer than the limit is not split"},
-      {3, 1, 2, 4, {{0, {3}}, {1, {0, 1, 2}}}, "a new sink counts what the file holds"},
+      {3, 2, 0, 10, {{0, {9}}, {1, {6, 7, 8}}, {2, {3, 4, 5}}}},
+      {5, 3, 0, 4, {{0, {0, 1, 2, 3}}}},
+      {3, 0, 0, 7, {{0, {6}}}},                        // no older files: emptied instead
+      {0.5, 2, 0, 3, {{0, {2}}, {1, {1}}, {2, {0}}}},  // a longer line is not split
+      {3, 1, 2, 4, {{0, {3}}, {1, {0, 1, 2}}}},        // a new sink counts what the file holds
   };
   test::temp_dir probe;
   log_lines(std::make_shared<log_sink_file>(probe / "one.log", true), 0, 1);
   const auto line_size = fs::file_size(probe / "one.log");
   for (const auto& c : cases) {
     for (bool threaded : {false, true}) {
-      SCOPED_TRACE(std::string(c.name) + (threaded ? ", threaded" : ""));
+      SCOPED_TRACE(::testing::Message() << c.total << " lines, threaded " << threaded);
       test::temp_dir dir;
       const auto limit = static_cast<std::size_t>(c.limit_in_lines * static_cast<double>(line_size));
       const auto make = [&]() -> std::shared_ptr<log_sink> {
-        if (threaded) {
+        if (threaded)
           return std::make_shared<log_sink_rotating_file_threaded>(dir / "app.log", limit, c.max_files);
-        }
         return std::make_shared<log_sink_rotating_file>(dir / "app.log", limit, c.max_files);
       };
       log_lines(make(), 0, c.restart_at);
@@ -85,9 +77,7 @@ TEST(RotatingFileSink, BadLimitsAndFaultsNeverLoseALine) {
   // A limit of 0 bytes is refused before any file is made.
   EXPECT_THROW(log_sink_rotating_file(dir / "zero" / "app.log", 0, 3), spdlog::spdlog_ex);
   EXPECT_FALSE(fs::exists(dir / "zero"));
-
-  // Reopening counts what the file holds; a log directory removed while the
-  // sink runs comes back at the next rotation.
+  // Reopening counts what the file holds; a removed log directory comes back at the next rotation.
   auto sink = std::make_shared<log_sink_rotating_file>(dir / "logs" / "app.log", 1, 2);
   log_lines(sink, 0, 1);
   EXPECT_TRUE(sink->reopen());
@@ -103,41 +93,38 @@ TEST(RotatingFileSink, BadLimitsAndFaultsNeverLoseALine) {
   EXPECT_EQ(line_numbers(dir / "logs" / "app.log"), (std::vector<int>{2, 3, 4}));
 }
 
-// Moves the file away, reopens, then makes reopening fail; the log
-// directory does not exist at first, nor after it is removed midway.
-template <typename Sink, typename... Limits>
-void check_reopen(Limits... limits) {
-  test::temp_dir dir;
-  const auto path = dir / "logs" / "app.log";
-  auto sink = std::make_shared<Sink>(path, limits...);
-  log_stream stream("s", sink);
-  stream.set_level(log_level::info);
-  const auto write = [&](const char* text) { stream.log(log_level::info, "{}", text), stream.flush(); };
-  write("first");
-  fs::rename(path, dir / "moved.log");
-  write("second");
-  EXPECT_TRUE(sink->reopen());
-  write("third");
-  fs::remove_all(dir / "logs");
-  EXPECT_TRUE(sink->reopen());
-  write("fourth");
-  fs::rename(path, dir / "kept.log");
-  fs::create_directory(path);
-  test::log_capture errors;
-  EXPECT_FALSE(sink->reopen());
-  write("fifth");
-  ASSERT_EQ(errors.entries().size(), 1u);
-  EXPECT_NE(errors.entries()[0].message.find("Failed opening file " + path.string()), std::string::npos);
-  const auto moved = lines_of(read_file(dir / "moved.log"));
-  const auto kept = lines_of(read_file(dir / "kept.log"));
-  ASSERT_TRUE(moved.size() == 2 && kept.size() == 2);
-  EXPECT_TRUE(moved[1].find("second") != moved[1].npos && kept[1].find("fifth") != kept[1].npos);
-}
-
+// Moves the file away and reopens, removes the directory and reopens, then
+// makes reopening fail: the sink keeps writing to the file it had.
 TEST(FileSinks, ReopenStartsANewFileAtTheOriginalPathOrKeepsTheOldOne) {
-  check_reopen<log_sink_file>(false);
-  check_reopen<log_sink_rotating_file_threaded>(std::size_t{1} << 20, std::size_t{2});
-  check_reopen<log_sink_json_file>(false);
+  const auto check = [](auto make) {
+    test::temp_dir dir;
+    const auto path = dir / "logs" / "app.log";
+    auto sink = make(path);
+    log_stream stream("s", sink);
+    stream.set_level(log_level::info);
+    const auto write = [&](const char* text) { stream.log(log_level::info, "{}", text), stream.flush(); };
+    write("first");
+    fs::rename(path, dir / "moved.log");
+    write("second");
+    EXPECT_TRUE(sink->reopen());
+    write("third");
+    fs::remove_all(dir / "logs");
+    EXPECT_TRUE(sink->reopen());
+    write("fourth");
+    fs::rename(path, dir / "kept.log");
+    fs::create_directory(path);
+    test::log_capture errors;
+    EXPECT_FALSE(sink->reopen());
+    write("fifth");
+    ASSERT_EQ(errors.entries().size(), 1u);
+    EXPECT_NE(errors.entries()[0].message.find("Failed opening file " + path.string()), std::string::npos);
+    const auto moved = lines_of(read_file(dir / "moved.log")), kept = lines_of(read_file(dir / "kept.log"));
+    ASSERT_TRUE(moved.size() == 2 && kept.size() == 2);
+    EXPECT_TRUE(moved[1].find("second") != moved[1].npos && kept[1].find("fifth") != kept[1].npos);
+  };
+  check([](const fs::path& p) { return std::make_shared<log_sink_file>(p, false); });
+  check([](const fs::path& p) { return std::make_shared<log_sink_rotating_file_threaded>(p, 1 << 20, 2); });
+  check([](const fs::path& p) { return std::make_shared<log_sink_json_file>(p, false); });
 }
 
 }  // namespace

@@ -1,47 +1,38 @@
 // Many threads on one thread-safe sink: afterwards every line must be in
 // the files exactly once, whole.
 #include "log/log_test_util.hpp"
-#include "support/test_support.hpp"
-
-#include <norvane/log.hpp>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <regex>
 #include <thread>
-#include <vector>
 
 namespace norvane {
 namespace {
 
 constexpr int writers = 4, lines_per_writer = 2000;
 
-// Line "<w> <i> <w*40 filler>" of each writer, counted over every file in `dir`.
-std::vector<int> count_lines(const std::filesystem::path& dir) {
+// Writer w's line i is "<w> <i> <i % 50 copies of letter w>".
+void write_line(log_stream& stream, int w, int i) {
+  stream.log(log_level::info, "{} {} {}", w, i, std::string(i % 50, static_cast<char>('a' + w)));
+}
+
+// Expects every writer's line once, whole, over all files in `dir`.
+void expect_each_line_once(const std::filesystem::path& dir) {
   static const std::regex layout(R"(^\[[-\d: .]{23}\] \[w(\d)\] \[info\] (\d) (\d+) ([a-z]*)$)");
   std::vector<int> seen(writers * lines_per_writer);
   for (const auto& entry : std::filesystem::directory_iterator(dir)) {
     for (const auto& line : test::lines_of(test::read_file(entry.path()))) {
       std::smatch m;
-      if (!std::regex_match(line, m, layout)) {
-        ADD_FAILURE() << "torn line in " << entry.path() << ": " << line;
-        continue;
-      }
+      ASSERT_TRUE(std::regex_match(line, m, layout)) << "torn line in " << entry.path() << ": " << line;
       const int w = std::stoi(m[1]), i = std::stoi(m[3]);
       EXPECT_TRUE(w == std::stoi(m[2]) && m[4].str() == std::string(i % 50, static_cast<char>('a' + w)));
       ++seen.at(static_cast<std::size_t>(w * lines_per_writer + i));
     }
   }
-  return seen;
-}
-
-void write_lines(log_stream& stream, int w) {
-  for (int i = 0; i < lines_per_writer; ++i) {
-    stream.log(log_level::info, "{} {} {}", w, i, std::string(i % 50, static_cast<char>('a' + w)));
-  }
+  EXPECT_EQ(std::count(seen.begin(), seen.end(), 1), writers * lines_per_writer);
 }
 
 // The writers fetch their stream by name for every line while other threads churn the registry.
@@ -67,21 +58,15 @@ TEST(LogConcurrency, ThreadedFileSinkLosesAndTearsNothingWhileTheRegistryChurns)
     std::vector<std::jthread> threads;
     for (int w = 0; w < writers; ++w) {
       threads.emplace_back([w] {
-        for (int i = 0; i < lines_per_writer; ++i) {
-          get_logger("w" + std::to_string(w))
-              ->log(log_level::info, "{} {} {}", w, i, std::string(i % 50, static_cast<char>('a' + w)));
-        }
+        for (int i = 0; i < lines_per_writer; ++i) write_line(*get_logger("w" + std::to_string(w)), w, i);
       });
     }
   }
   done = true;
   churners.clear();
-  for (int w = 0; w < writers; ++w) {
-    unregister_logger("w" + std::to_string(w));
-  }
+  for (int w = 0; w < writers; ++w) unregister_logger("w" + std::to_string(w));
   sink.reset();  // the last owner closes the file
-  const auto seen = count_lines(dir.path());
-  EXPECT_EQ(std::count(seen.begin(), seen.end(), 1), writers * lines_per_writer);
+  expect_each_line_once(dir.path());
 }
 
 // A rotating sink with a small limit while another thread moves the file
@@ -96,7 +81,10 @@ TEST(LogConcurrency, RotationLosesSplitsAndRepeatsNoLine) {
     for (int w = 0; w < writers; ++w) {
       streams.push_back(std::make_unique<log_stream>("w" + std::to_string(w), sink));
       streams.back()->set_level(log_level::info);
-      threads.emplace_back([&, w, stream = streams.back().get()] { write_lines(*stream, w), ++finished; });
+      threads.emplace_back([&, w, stream = streams.back().get()] {
+        for (int i = 0; i < lines_per_writer; ++i) write_line(*stream, w, i);
+        ++finished;
+      });
     }
     for (int moved = 0; finished.load() < writers; ++moved) {
       std::error_code ignored;
@@ -107,8 +95,7 @@ TEST(LogConcurrency, RotationLosesSplitsAndRepeatsNoLine) {
   }
   streams.clear();
   sink.reset();
-  const auto seen = count_lines(dir.path());
-  EXPECT_EQ(std::count(seen.begin(), seen.end(), 1), writers * lines_per_writer);
+  expect_each_line_once(dir.path());
 }
 
 }  // namespace

@@ -1,8 +1,5 @@
 // The registry of named loggers, the defaults new loggers take, and the library's own logger.
 #include "log/log_test_util.hpp"
-#include "support/test_support.hpp"
-
-#include <norvane/log.hpp>
 
 #include <gtest/gtest.h>
 
@@ -11,8 +8,7 @@
 namespace norvane {
 namespace {
 
-// The registry is process-wide: every test starts from the unconfigured
-// state and leaves it so.
+// The registry is process-wide: every test starts from the unconfigured state and leaves it so.
 class LoggerRegistry : public ::testing::Test {
 protected:
   void SetUp() override { TearDown(); }
@@ -37,7 +33,6 @@ TEST_F(LoggerRegistry, DefaultsApplyToLoggersMadeAfterThem) {
   install_default_log_sink(nullptr);  // a fresh null sink
   EXPECT_NE(dynamic_cast<log_sink_null_threaded*>(details::logger_manager::instance().default_sink().get()),
             nullptr);
-
   set_default_log_level(log_level::info);
   install_default_log_sink(std::make_shared<log_sink_file>(dir / "defaults.log", true));
   auto after = get_logger("r.after");
@@ -54,8 +49,7 @@ TEST_F(LoggerRegistry, DefaultsApplyToLoggersMadeAfterThem) {
 }
 
 TEST_F(LoggerRegistry, NewestRegistrationWinsAndUnregisterForgets) {
-  auto first = null_stream("r.dup");
-  auto second = null_stream("r.dup");
+  auto first = null_stream("r.dup"), second = null_stream("r.dup");
   EXPECT_EQ(register_logger(first), first);
   EXPECT_EQ(register_logger(second, false), second);
   EXPECT_EQ(get_logger("r.dup", false), second);
@@ -71,14 +65,12 @@ TEST_F(LoggerRegistry, InstallingARegistryCarriesEntriesBothWays) {
   auto external_only = null_stream("r.external");
   logger_registry external{{"r.carried", null_stream("r.carried")}, {"r.external", external_only}};
   install_logger_registry(&external);
-  // Entries of the map being left overwrite same-named ones.
-  EXPECT_EQ(external.at("r.carried"), own_entry);
+  EXPECT_EQ(external.at("r.carried"), own_entry);  // entries of the map being left win
   EXPECT_EQ(get_logger("r.external"), external_only);
   install_logger_registry(&external);  // already in use: nothing happens
   auto made_there = get_logger("r.made");
   EXPECT_EQ(external.at("r.made"), made_there);
-  // Back on the own map, with the external entries copied over; the
-  // external map keeps its entries.
+  // Back on the own map, with the external entries copied over; the external map keeps its entries.
   install_logger_registry(nullptr);
   EXPECT_EQ(get_logger("r.external"), external_only);
   EXPECT_EQ(get_logger("r.made"), made_there);
@@ -87,25 +79,19 @@ TEST_F(LoggerRegistry, InstallingARegistryCarriesEntriesBothWays) {
 
 // The library logger is made once per process, so each case runs in a
 // freshly started copy of this test program.
-class NorvaneLogger : public ::testing::Test {
-protected:
-  void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
-};
-
-TEST_F(NorvaneLogger, TakesTheDefaultsOfItsFirstUseAndIsRegistered) {
+TEST(NorvaneLogger, TakesTheDefaultsOfItsFirstUseAndIsRegistered) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
         test::temp_dir dir;
-        const auto path = dir / "library.log";
         set_default_log_level(log_level::warning);
-        install_default_log_sink(std::make_shared<log_sink_file>(path, true));
+        install_default_log_sink(std::make_shared<log_sink_file>(dir / "library.log", true));
         auto logger = get_norvane_logger();
-        // Later defaults do not change the logger already made.
-        set_default_log_level(log_level::trace);
+        set_default_log_level(log_level::trace);  // later defaults do not change the logger already made
         logger->log(log_level::info, "{}", "below warning");
         logger->log(log_level::error, "{}", "Impossible to create the settings file.");
         logger->flush();
-        const auto lines = test::lines_of(test::read_file(path));
+        const auto lines = test::lines_of(test::read_file(dir / "library.log"));
         const bool ok =
             logger->name() == "norvane" && get_logger("norvane") == logger &&
             get_norvane_logger() == logger && logger->level() == log_level::warning && lines.size() == 1 &&
@@ -115,7 +101,8 @@ TEST_F(NorvaneLogger, TakesTheDefaultsOfItsFirstUseAndIsRegistered) {
       ::testing::ExitedWithCode(0), "");
 }
 
-TEST_F(NorvaneLogger, IsSilentWithoutConfigurationAndReplacementLeavesTheRegistryAlone) {
+TEST(NorvaneLogger, IsSilentWithoutConfigurationAndReplacementLeavesTheRegistryAlone) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
         auto registered = get_norvane_logger();
