@@ -238,9 +238,7 @@ TEST(JsonLinesSink, EveryMessageGivesOneStrictJsonLine) {
       {"\xc3\xa9 \xe0\xa0\x80 \xf4\x8f\xbf\xbf", "\xc3\xa9 \xe0\xa0\x80 \xf4\x8f\xbf\xbf"},
       {"lone \x80\x80\x80\x80, \xff", "lone " + bad + bad + bad + bad + ", " + bad},
       {"cut \xe2\x82", "cut " + bad},
-      {"cut \xc3"
-       "before ascii",
-       "cut " + bad + "before ascii"},
+      {"cut \303before ascii", "cut " + bad + "before ascii"},
       {"overlong \xc0\xaf \xe0\x9f\xbf", "overlong " + bad + bad + " " + bad + bad + bad},
       {"surrogate \xed\xa0\x80", "surrogate " + bad + bad + bad},
       {"past U+10FFFF \xf4\x90\x80\x80", "past U+10FFFF " + bad + bad + bad + bad},
