@@ -2,14 +2,10 @@
 // documents in the shapes users write, and input written to hurt.
 #include <norvane/yaml.hpp>
 
-#include "support/test_support.hpp"
 #include "yaml/access.hpp"
 #include "yaml/ryml_wrapper_pimpl.hpp"
 #include "yaml/tree_builder.hpp"
 #include "yaml/yaml_test_util.hpp"
-
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <cctype>
 #include <stdexcept>
@@ -36,11 +32,9 @@ bool defaults_in_force() { return get_callbacks().error == default_callbacks().e
 std::string alias_bomb(int levels) {
   std::string text = "l0: &l0 [lol, lol, lol, lol, lol, lol, lol, lol, lol, lol]\n";
   for (int level = 1; level < levels; ++level) {
-    const auto before = "*l" + std::to_string(level - 1);
-    text += "l" + std::to_string(level) + ": &l" + std::to_string(level) + " [" + before;
-    for (int i = 1; i < 10; ++i) {
-      text += ", " + before;
-    }
+    const auto l = std::to_string(level), before = "*l" + std::to_string(level - 1);
+    text += "l" + l + ": &l" + l + " [" + before;
+    for (int i = 1; i < 10; ++i) text += ", " + before;
     text += "]\n";
   }
   return text;
@@ -49,13 +43,9 @@ std::string alias_bomb(int levels) {
 // A 1000-key map, and `count` maps that each merge it twice.
 std::string merge_bomb(int count) {
   std::string text = "base: &b {k0: v";
-  for (int i = 1; i < 1000; ++i) {
-    text += ", k" + std::to_string(i) + ": v";
-  }
+  for (int i = 1; i < 1000; ++i) text += ", k" + std::to_string(i) + ": v";
   text += "}\n";
-  for (int i = 0; i < count; ++i) {
-    text += "m" + std::to_string(i) + ": {<<: [*b, *b]}\n";
-  }
+  for (int i = 0; i < count; ++i) text += "m" + std::to_string(i) + ": {<<: [*b, *b]}\n";
   return text;
 }
 
@@ -67,9 +57,7 @@ TEST(YamlRead, ErrorsCarryTheParsersMessageAndPosition) {
   const std::size_t d = max_nesting_depth;
   const auto depth = std::to_string(d);
   std::string block;
-  for (std::size_t i = 0; i <= d; ++i) {
-    block += std::string(i, ' ') + "k:\n";
-  }
+  for (std::size_t i = 0; i <= d; ++i) block += std::string(i, ' ') + "k:\n";
   const std::pair<std::string, std::string> rows[] = {
       {"a: [1, 2", "file:1:4 (3B): flow sequence without a closing bracket"},
       {"a: 1\nb: [1, 2\nc: 3\n", "file:2:4 (8B): flow sequence without a closing bracket"},
@@ -86,9 +74,7 @@ TEST(YamlRead, ErrorsCarryTheParsersMessageAndPosition) {
       {block, "file:" + std::to_string(d + 1) + ":" + std::to_string(d + 1) + " (" +
                   std::to_string(d * (d - 1) / 2 + 4 * d) + "B): nesting deeper than " + depth + " levels"},
   };
-  for (const auto& [text, expected] : rows) {
-    EXPECT_EQ(error_of(text), expected) << text.substr(0, 40);
-  }
+  for (const auto& [text, expected] : rows) EXPECT_EQ(error_of(text), expected) << text.substr(0, 40);
   // libfyaml frees its pending key twice on these; the reader refuses them first.
   for (const char* text : {"- s: \n- ? eaon0\t:\t: h", "? a\t:\t- b\n", "? k :  \t|\n  x\n"}) {
     EXPECT_NE(error_of(text).find("cannot use tab for indentation of block entry"), std::string::npos)
@@ -111,8 +97,7 @@ TEST(YamlRead, ErrorsAppendAndTheDefaultCallbacksComeBack) {
   EXPECT_FALSE(read_yaml("b: {x", errors).is_valid());
   EXPECT_TRUE(defaults_in_force()) << "whatever was installed before";
   ASSERT_EQ(errors.size(), 3u);
-  EXPECT_EQ(errors[0], "kept");
-  EXPECT_NE(errors[2].find("flow mapping"), std::string::npos);
+  EXPECT_TRUE(errors[0] == "kept" && errors[2].find("flow mapping") != std::string::npos);
   try {
     ErrorHandler::on_error("boom here", 4, location{"src", 10, 3, 4});
     ADD_FAILURE() << "on_error returned";
@@ -135,20 +120,15 @@ TEST(YamlReadDeathTest, DefaultErrorFunctionPrintsAndAborts) {
                "src:2:3 \\(7B\\): boom");
 }
 
-TEST(YamlRead, ParserDiagnosticsAreNotPrinted) {
-  norvane::test::temp_dir dir;
-  std::fflush(stderr);
-  const int saved = ::dup(2);
-  const int file = ::open((dir / "err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  ::dup2(file, 2);
-  std::vector<std::string> errors;
-  read_yaml("a: [1, 2\nb: \"open\n\tc: {", errors);
-  std::fflush(stderr);
-  ::dup2(saved, 2);
-  ::close(saved);
-  ::close(file);
-  EXPECT_EQ(errors.size(), 1u);
-  EXPECT_EQ(norvane::test::read_file(dir / "err"), "");
+// Nothing on standard error: the parser's own diagnostics are not printed.
+TEST(YamlReadDeathTest, ParserDiagnosticsAreNotPrinted) {
+  EXPECT_EXIT(
+      {
+        std::vector<std::string> errors;
+        read_yaml("a: [1, 2\nb: \"open\n\tc: {", errors);
+        std::exit(errors.size() == 1 ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "^$");
 }
 
 // Documents in the shapes users write, each value read at its path (numbers
@@ -194,18 +174,15 @@ bare: x	y
     EXPECT_EQ(node.value_or<std::string>(""), expected) << path.back();
   }
   // Block scalars without content, wherever a document can hold them.
-  for (const auto& [yaml, expected] : {std::pair{"a: |\n", ""},
-                                       {"a: |+", ""},
-                                       {"a: |\nb: 1\n", ""},
-                                       {"a: |+\n\nb: 1\n", "\n"},
-                                       {"a: !!str\n", ""}}) {
-    EXPECT_EQ(read_ok(yaml)["a"].get<std::string>(), expected) << yaml;
-  }
-  EXPECT_EQ(read_ok("- |+\n- >-")[1].get<std::string>(), "");
-  EXPECT_EQ(read_ok("!!str : bar\n")[""].get<std::string>(), "bar");
+  // Only a kept blank line survives.
+  const std::string blocks[] = {"a: |\n", "a: |+", "a: |\nb: 1\n", "a: !!str\n", "a: |+\n\nb: 1\n"};
+  for (const auto& yaml : blocks)
+    EXPECT_EQ(read_ok(yaml)["a"].get<std::string>(), yaml[5] == '\n' ? "\n" : "");
+  EXPECT_TRUE(read_ok("- |+\n- >-")[1].get<std::string>() == "" &&
+              read_ok("!!str : bar\n")[""].get<std::string>() == "bar");
   const ryml_wrapper many = read_ok("--- {a: 1}\n--- plain\n---\n- x\n");
-  EXPECT_TRUE(many.is_array()) << "a stream is a sequence of documents";
-  EXPECT_EQ(many[1].as<std::string>(), "plain");
+  EXPECT_TRUE(many.is_array() && many[1].as<std::string>() == "plain")
+      << "a stream is a sequence of documents";
   EXPECT_EQ(access::impl(many)->shared_tree->type(access::impl(many)->shared_tree->root_id()), STREAM);
   EXPECT_TRUE(read_ok("--- {a: 1}\n").is_object()) << "one document is the root itself";
 }
