@@ -46,12 +46,7 @@ std::string unescape_event_text(std::string_view s) {
 events expected_events(const std::string& text, bool& has_tags, bool& has_complex_key) {
   events out;
   std::map<std::string, events> anchored;
-  struct open_anchor {
-    std::string name;
-    std::size_t start;
-    int depth;
-  };
-  std::vector<open_anchor> open;
+  std::vector<std::tuple<std::string, std::size_t, int>> open;  // name, first event, depth
   std::vector<std::pair<bool, bool>> containers;  // per open container: a map? is the next node a key?
   int depth = 0;
   has_tags = has_complex_key = false;
@@ -82,15 +77,16 @@ events expected_events(const std::string& text, bool& has_tags, bool& has_comple
     }
     if (head == "+MAP" || head == "+SEQ") {
       note_node(true);
-      if (!anchor.empty()) open.push_back({anchor, out.size(), depth});
+      if (!anchor.empty()) open.emplace_back(anchor, out.size(), depth);
       out.push_back(head);
       containers.emplace_back(head == "+MAP", true);
       ++depth;
     } else if (head == "-MAP" || head == "-SEQ") {
       out.push_back(head);
       containers.pop_back();
-      for (--depth; !open.empty() && open.back().depth == depth; open.pop_back()) {
-        anchored[open.back().name] = events(out.begin() + static_cast<long>(open.back().start), out.end());
+      for (--depth; !open.empty() && std::get<2>(open.back()) == depth; open.pop_back()) {
+        anchored[std::get<0>(open.back())] =
+            events(out.begin() + static_cast<long>(std::get<1>(open.back())), out.end());
       }
     } else if (head == "+DOC" || head == "-DOC") {
       out.push_back(head);
