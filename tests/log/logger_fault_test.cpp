@@ -1,7 +1,6 @@
-// The library logger on a full device, a full file system, a read-only one:
-// write failures go to spdlog's error handler (standard error), a file that
-// cannot be opened is the sink constructor's exception, and the program
-// carries on and exits normally. Each case is a child process.
+// The library logger on a full device, a full or read-only file system, each
+// in a child process: write failures go to standard error, a file that cannot
+// be opened is the sink constructor's exception, and the program carries on.
 #include "support/fault_support.hpp"
 #include "support/test_support.hpp"
 
