@@ -8,8 +8,7 @@ namespace {
 using norvane::status;
 
 TEST(Status, ComparesByCodeAndKeepsItsContextThroughCopiesAndMoves) {
-  EXPECT_TRUE(static_cast<bool>(status()));
-  EXPECT_EQ(status().message(": "), std::generic_category().message(0));
+  EXPECT_TRUE(static_cast<bool>(status()) && status().message(": ") == std::generic_category().message(0));
   const status failed(ENOENT, std::system_category(), {"opening settings", "at start-up"});
   EXPECT_FALSE(static_cast<bool>(failed));
   EXPECT_EQ(failed.message(": "), failed.category_message() + ": opening settings: at start-up");
@@ -19,20 +18,17 @@ TEST(Status, ComparesByCodeAndKeepsItsContextThroughCopiesAndMoves) {
   EXPECT_TRUE(status(5, std::generic_category(), {"a"}) == status(5, std::generic_category(), {"b", "c"}));
   EXPECT_FALSE(status(5, std::generic_category(), {}) == status(5, std::system_category(), {}));
   EXPECT_TRUE(status(5, std::generic_category(), {}) != status(6, std::generic_category(), {}));
-
   status copy(failed);
   copy.clear();
-  EXPECT_TRUE(copy == status::ok() && copy.contextual_messages().empty());
-  EXPECT_EQ(failed.contextual_messages().size(), 2u);
+  EXPECT_TRUE(copy == status::ok() && copy.contextual_messages().empty() &&
+              failed.contextual_messages().size() == 2);
   status target(EIO, std::generic_category(), {"x", "y", "z"});
   target = failed;
   status& alias = target;
   target = alias;
-  EXPECT_EQ(&target.category(), &std::system_category());
-  EXPECT_EQ(target.message("|"), failed.message("|"));
+  EXPECT_TRUE(&target.category() == &std::system_category() && target.message("|") == failed.message("|"));
   status moved(std::move(target));
-  // A moved-from status can be assigned to again.
-  target = status(EPERM, std::generic_category(), {"again"});
+  target = status(EPERM, std::generic_category(), {"again"});  // a moved-from status can be assigned to
   EXPECT_EQ(target.message(" - "), std::generic_category().message(EPERM) + " - again");
   target = std::move(moved);
   EXPECT_EQ(target.message("|"), failed.message("|"));

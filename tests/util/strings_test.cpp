@@ -16,8 +16,9 @@ TEST(Strings, AffixesTrimAndSplitWorkOnBytes) {
                                                   {"abc", "bc", false, true},
                                                   {"abc", "abc", true, true},
                                                   {"Abc", "ab", false, false}}) {
-    EXPECT_EQ(norvane::starts_with(text, affix), starts) << text << " / " << affix;
-    EXPECT_EQ(norvane::ends_with(text, affix), ends) << text << " / " << affix;
+    EXPECT_EQ(std::pair(norvane::starts_with(text, affix), norvane::ends_with(text, affix)),
+              std::pair(starts, ends))
+        << text << " / " << affix;
   }
   // 0xA0 (no-break space) and 0x85 (NEL) are not whitespace: only ASCII is.
   for (const auto& [text, leading, trailing, rest] :
@@ -25,9 +26,9 @@ TEST(Strings, AffixesTrimAndSplitWorkOnBytes) {
         {"  \t ", 4u, 0u, ""},
         {"\xA0 a \x85", 0u, 0u, "\xA0 a \x85"}}) {
     std::string_view view = text;
-    EXPECT_EQ(norvane::remove_leading_whitespace(view), leading) << text;
-    EXPECT_EQ(norvane::remove_trailing_whitespace(view), trailing) << text;
-    EXPECT_EQ(view, rest);
+    EXPECT_TRUE(norvane::remove_leading_whitespace(view) == leading &&
+                norvane::remove_trailing_whitespace(view) == trailing && view == rest)
+        << text;
   }
   // Empty pieces are dropped; every delimiter character splits; NUL is ordinary.
   using pieces = std::vector<std::string_view>;
@@ -50,24 +51,17 @@ TEST(Strings, ParseNumericReadsALeadingNumber) {
                                                 {std::string_view{}, false, -7LL, 0.0}}) {
     long long i = -7;
     double d = -7.0;
-    EXPECT_EQ(norvane::parse_numeric(&i, text), ok) << text;
-    EXPECT_EQ(norvane::parse_numeric(&d, text), ok) << text;
-    EXPECT_EQ(i, integer) << text;
-    EXPECT_EQ(d, real) << text;
+    EXPECT_TRUE(norvane::parse_numeric(&i, text) == ok && norvane::parse_numeric(&d, text) == ok) << text;
+    EXPECT_TRUE(i == integer && d == real) << text << ": " << i << " " << d;
   }
   // The view's size is ignored: the number runs on to the first non-digit.
   long long value = 0;
-  EXPECT_TRUE(norvane::parse_numeric(&value, "12345"sv.substr(0, 2)));
-  EXPECT_EQ(value, 12345);
+  EXPECT_TRUE(norvane::parse_numeric(&value, "12345"sv.substr(0, 2)) && value == 12345);
 }
 
 TEST(Strings, UnescapeDecodesOrNamesTheFault) {
-  struct row {
-    std::string_view in;
-    bool ok;
-    std::string out;  // the error message when not ok
-  };
-  const row rows[] = {
+  // Input, success, and what it decodes to or the error message.
+  const std::tuple<std::string_view, bool, std::string> rows[] = {
       {R"(\"\'\?\\\a\b\f\n\r\t\v)", true, "\"'?\\\a\b\f\n\r\t\v"},
       {R"(\0|\12|\128|\1011|x\7)", true, std::string("\0|\n|\n8|A1|x\a", 12)},
       {R"(\X4g|\x100000041|\xFf|\xa)", true, "\x04g|A|\xff|\n"},  // 32 bits: digits past the eighth push out
@@ -77,79 +71,62 @@ TEST(Strings, UnescapeDecodesOrNamesTheFault) {
       {R"(ab\X)", false, R"(String cannot end with \x)"},
       {R"(\xg1)", false, R"(\x cannot be followed by a non-hex digit)"},
       {R"(ok\8)", false, R"(Unknown escape sequence: \8)"}};
-  for (const row& r : rows) {
-    std::string out = "previous content, longer than most inputs";
-    std::string error;
-    EXPECT_EQ(norvane::unescape(&out, r.in, &error), r.ok) << r.in;
-    EXPECT_EQ(r.ok ? out : error, r.out) << r.in;
+  for (const auto& [in, ok, expected] : rows) {
+    std::string out = "previous content, longer than most inputs", error;
+    EXPECT_EQ(norvane::unescape(&out, in, &error), ok) << in;
+    EXPECT_EQ(ok ? out : error, expected) << in;
     // In place, with plain text before the first escape.
-    std::string text = "pre" + std::string(r.in);
-    EXPECT_EQ(norvane::unescape(&text, text, nullptr), r.ok) << r.in;
-    EXPECT_EQ(text, r.ok ? "pre" + r.out : "pre" + std::string(r.in));
+    std::string text = "pre" + std::string(in);
+    EXPECT_EQ(norvane::unescape(&text, text, nullptr), ok) << in;
+    EXPECT_EQ(text, ok ? "pre" + expected : "pre" + std::string(in));
   }
   // The length is reported only on success, and the buffer past it is left alone.
   std::string out(8, '#');
   std::size_t length = 99;
-  EXPECT_FALSE(norvane::details::unescape_impl(&out, &length, R"(\z)", nullptr));
-  EXPECT_EQ(length, 99u);
+  EXPECT_FALSE(norvane::details::unescape_impl(&out, &length, R"(\z)", nullptr) || length != 99);
   ASSERT_TRUE(norvane::details::unescape_impl(&out, &length, R"(x\ny)", nullptr));
   EXPECT_EQ(out.substr(0, length + 1), "x\ny#");
 }
 
 TEST(Strings, ScannerTakesOneValueItem) {
-  // kind 'b' reads a bool, 's' a quoted string; value "-" is untouched, "?" unchecked;
-  // `used` is how far the cursor moved.
-  struct row {
-    char kind;
-    std::string_view text;
-    bool failed_before, ok;
-    std::string value;
-    bool failed;
-    std::size_t used, token_begin, token_end;
-  };
-  const row rows[] = {{'b', "True,x", false, true, "1", false, 4, 0, 0},
-                      {'b', "False", false, true, "0", false, 5, 0, 0},
-                      {'b', "TRUE x", false, false, "-", false, 4, 0, 0},
-                      {'b', " true", false, false, "-", true, 0, 0, 0},
-                      {'b', "1", true, false, "-", true, 1, 0, 0},
-                      {'s', R"("a\tb",x)", false, true, "a\tb", false, 6, 1, 5},
-                      {'s', "''", false, true, "", false, 2, 1, 1},
-                      {'s', "abc", false, false, "-", false, 0, 0, 0},
-                      {'s', "'", false, false, "-", true, 1, 1, 1},
-                      {'s', "\"abc", false, false, "-", true, 1, 1, 4},
-                      {'s', R"('a\'b')", false, false, "?", false, 4, 1, 3},
-                      {'s', "'ok'", true, false, "-", true, 4, 1, 3}};
-  for (const row& r : rows) {
-    norvane::string_scanner s{r.text.data(), r.text.size()};
-    s.failed = r.failed_before;
+  // Kind ('b' a bool, 's' a quoted string), text, failed before, result, value ("-" untouched,
+  // "?" unchecked), failed after, how far the cursor moved, token begin and end.
+  using z = std::size_t;
+  const std::tuple<char, std::string_view, bool, bool, std::string, bool, z, z, z> rows[] = {
+      {'b', "True,x", false, true, "1", false, 4, 0, 0},
+      {'b', "False", false, true, "0", false, 5, 0, 0},
+      {'b', "TRUE x", false, false, "-", false, 4, 0, 0},
+      {'b', " true", false, false, "-", true, 0, 0, 0},
+      {'b', "1", true, false, "-", true, 1, 0, 0},
+      {'s', R"("a\tb",x)", false, true, "a\tb", false, 6, 1, 5},
+      {'s', "''", false, true, "", false, 2, 1, 1},
+      {'s', "abc", false, false, "-", false, 0, 0, 0},
+      {'s', "'", false, false, "-", true, 1, 1, 1},
+      {'s', "\"abc", false, false, "-", true, 1, 1, 4},
+      {'s', R"('a\'b')", false, false, "?", false, 4, 1, 3},
+      {'s', "'ok'", true, false, "-", true, 4, 1, 3}};
+  for (const auto& [kind, text, failed_before, ok, expected, failed, used, token_begin, token_end] : rows) {
+    norvane::string_scanner s{text.data(), text.size()};
+    s.failed = failed_before;
     std::string value = "-";
     bool flag = false;
-    EXPECT_EQ(r.kind == 'b' ? norvane::parse_value_item(&flag, &s) : norvane::parse_value_item(&value, &s),
-              r.ok)
-        << r.text;
-    if (r.value != "?") {
-      EXPECT_EQ(r.kind == 'b' && r.ok ? (flag ? "1" : "0") : value, r.value) << r.text;
-    }
-    EXPECT_EQ(s.failed, r.failed) << r.text;
-    EXPECT_EQ(s.cursor, r.text.data() + r.used) << r.text;
-    EXPECT_EQ(s.remaining, r.text.size() - r.used) << r.text;
-    if (r.kind == 'b' || r.token_end > 0) {
-      EXPECT_EQ(s.token_begin, r.text.data() + r.token_begin) << r.text;
-      EXPECT_EQ(s.token_end, r.token_end > 0 ? r.text.data() + r.token_end : nullptr) << r.text;
-    }
+    EXPECT_EQ(kind == 'b' ? norvane::parse_value_item(&flag, &s) : norvane::parse_value_item(&value, &s), ok)
+        << text;
+    EXPECT_TRUE(expected == "?" || (kind == 'b' && ok ? (flag ? "1" : "0") : value) == expected) << text;
+    EXPECT_TRUE(s.failed == failed && s.cursor == text.data() + used && s.remaining == text.size() - used)
+        << text;
+    EXPECT_TRUE((kind != 'b' && token_end == 0) ||
+                (s.token_begin == text.data() + token_begin &&
+                 s.token_end == (token_end > 0 ? text.data() + token_end : nullptr)))
+        << text;
   }
 }
 
 // Through both the eight-byte ASCII path and the byte-by-byte one.
 TEST(Strings, Utf8FaultAndItsOffset) {
-  struct row {
-    std::string text;
-    norvane::details::utf8_fault_kind kind;
-    std::size_t offset;
-  };
   using enum norvane::details::utf8_fault_kind;
   const auto nul = nul_byte, bad = invalid_sequence;
-  const row rows[] = {
+  const std::tuple<std::string, norvane::details::utf8_fault_kind, std::size_t> rows[] = {
       {"", none, 0},
       {"plain ASCII, longer than one word", none, 0},
       {"\xc3\xa9\xe2\x82\xac\xf0\x9d\x84\x9e\xf4\x8f\xbf\xbf", none, 0},  // é € 𝄞 U+10FFFF
@@ -163,17 +140,12 @@ TEST(Strings, Utf8FaultAndItsOffset) {
       {"\xe2\x28\xa1", bad, 0},                                           // a continuation byte missing
       {"12345678\xc3\xa9\xff", bad, 10},                                  // the fault after a valid sequence
   };
-  for (const row& r : rows) {
-    const auto fault = norvane::details::find_utf8_fault(r.text);
-    EXPECT_EQ(fault.kind, r.kind) << r.text;
-    if (r.kind != none) {
-      EXPECT_EQ(fault.offset, r.offset) << r.text;
-    }
-    // Shifting the text against the eight-byte words moves the fault with it.
-    for (std::size_t shift = 1; shift < 8; ++shift) {
-      const auto shifted = norvane::details::find_utf8_fault(std::string(shift, 'x') + r.text);
-      EXPECT_EQ(shifted.kind, r.kind) << shift << ": " << r.text;
-      EXPECT_EQ(shifted.offset, r.kind == none ? 0 : r.offset + shift) << shift << ": " << r.text;
+  // Shifting the text against the eight-byte words moves the fault with it.
+  for (const auto& [text, kind, offset] : rows) {
+    for (std::size_t shift = 0; shift < 8; ++shift) {
+      const auto fault = norvane::details::find_utf8_fault(std::string(shift, 'x') + text);
+      EXPECT_EQ(fault.kind, kind) << shift << ": " << text;
+      EXPECT_EQ(fault.offset, kind == none ? 0 : offset + shift) << shift << ": " << text;
     }
   }
 }

@@ -20,8 +20,7 @@ TEST(YamlHandleConcurrency, ShareCounterStaysExactAcrossThreads) {
     for (std::size_t t = 0; t < sums.size(); ++t) {
       pool.emplace_back([&cdoc, &sums, t] {
         for (int i = 0; i < rounds; ++i) {
-          const ryml_wrapper items = cdoc["items"];
-          sums[t] += items[static_cast<std::size_t>(i % 4)].as<long long>();
+          sums[t] += cdoc["items"][static_cast<std::size_t>(i % 4)].as<long long>();
           sums[t] = cdoc["name"].as<std::string>() == "shared" ? sums[t] : -1'000'000'000;
         }
       });
