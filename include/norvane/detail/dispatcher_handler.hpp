@@ -3,7 +3,6 @@
 // from a type and a queue id without hashing at run time.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
@@ -128,9 +127,7 @@ public:
       : dispatcher_handler(id, event_type<Event>::check, event_type<Event>::name),
         events_(event_allocator(allocator)),
         batch_(event_allocator(allocator)),
-        listeners_(listener_allocator(allocator)),
-        joined_(listener_allocator(allocator)),
-        merged_(listener_allocator(allocator)) {}
+        listeners_(listener_allocator(allocator)) {}
 
   // Events enqueued while the queue is being published join the next
   // publish. If a listener throws, the whole batch goes back to the front
@@ -178,45 +175,31 @@ public:
   void clear() noexcept override { events_.clear(); }
   std::size_t size() const noexcept override { return events_.size(); }
 
-  // The list being walked never moves during a delivery: a listener
-  // connected meanwhile waits in joined_ and joins the list when delivery
-  // ends, and one removed meanwhile is only blanked, the list compacted
-  // when delivery ends. A walk therefore holds the list in registers and
-  // sees a removal at once, with no test after each call.
   void connect(void* instance, call_type call, run_type run) {
     disconnect(instance, erase(call));
-    if (depth_ == 0) {
-      listeners_.push_back({instance, call, run});
-    } else {
-      // Room for the merged list is taken now, so that the merge at the
-      // end of the delivery cannot fail.
-      merged_.reserve(listeners_.size() + joined_.size() + 1);
-      joined_.push_back({instance, call, run});
-    }
+    listeners_.push_back({instance, call, run});
     ++changes_;
   }
 
+  // During a delivery removed listeners are only blanked, so that the walk
+  // over the list stays valid; the list is compacted when delivery ends.
   void disconnect(const void* instance, erased_call call) noexcept override {
-    for (auto* list : {&listeners_, &joined_}) {
-      for (auto& l : *list) {
-        if (l.call != nullptr && l.instance == instance && (call == nullptr || erase(l.call) == call)) {
-          l = {nullptr, nullptr, nullptr};
-          has_gaps_ = true;
-          ++changes_;
-        }
+    for (auto& l : listeners_) {
+      if (l.call != nullptr && l.instance == instance && (call == nullptr || erase(l.call) == call)) {
+        l = {nullptr, nullptr, nullptr};
+        has_gaps_ = true;
+        ++changes_;
       }
     }
     if (depth_ == 0 && has_gaps_) {
-      settle();
+      compact();
     }
   }
 
   std::size_t listener_count() const noexcept {
     std::size_t count = 0;
-    for (const auto* list : {&listeners_, &joined_}) {
-      for (const auto& l : *list) {
-        count += l.call != nullptr ? 1 : 0;
-      }
+    for (const auto& l : listeners_) {
+      count += l.call != nullptr ? 1 : 0;
     }
     return count;
   }
@@ -236,8 +219,8 @@ private:
   public:
     explicit delivery_scope(event_handler& handler) noexcept : handler_(handler) { ++handler_.depth_; }
     ~delivery_scope() {
-      if (--handler_.depth_ == 0 && (handler_.has_gaps_ || !handler_.joined_.empty())) {
-        handler_.settle();
+      if (--handler_.depth_ == 0 && handler_.has_gaps_) {
+        handler_.compact();
       }
     }
     delivery_scope(const delivery_scope&) = delete;
@@ -249,40 +232,58 @@ private:
 
   // A listener connected during delivery hears the events after the
   // current one; one disconnected hears nothing more.
-  void deliver(Event& event) { deliver(&event, 1); }
+  void deliver(Event& event) { deliver(event, 0, listeners_.size()); }
 
-  // Event by event, every listener in turn. listeners_ does not move during
-  // a delivery, so it is read once; joined_ may, so each event takes the
-  // listeners that joined before it afresh.
-  void deliver(Event* events, std::size_t count) {
-    const listener* const list = listeners_.data();
-    const std::size_t listeners = listeners_.size();
-    for (std::size_t e = 0; e < count; ++e) {
-      const std::size_t joined = joined_.size();
-      for (std::size_t i = 0; i < listeners; ++i) {
-        if (list[i].call != nullptr) {
-          list[i].call(list[i].instance, events[e]);
-        }
-      }
-      for (std::size_t i = 0; i < joined; ++i) {
-        const call_type call = joined_[i].call;
-        if (call != nullptr) {
-          call(joined_[i].instance, events[e]);
-        }
+  void deliver(Event& event, std::size_t first, std::size_t count) {
+    for (std::size_t i = first; i < count; ++i) {
+      // Two plain loads: a copy of the whole entry goes through the stack.
+      const call_type call = listeners_[i].call;
+      void* const instance = listeners_[i].instance;
+      if (call != nullptr) {
+        call(instance, event);
       }
     }
   }
 
   // A sole listener takes the batch in one call, the listener inlined in
-  // its loop, until the listeners change; the rest, and every batch with
-  // several listeners, goes event by event.
+  // its loop; several listeners are walked with the list held in registers.
+  // Either way, as soon as the listeners change, delivery goes on from the
+  // next event with the list as it now is.
   void deliver_all(std::vector<Event, event_allocator>& batch) {
-    std::size_t done = 0;
-    if (listeners_.size() == 1 && joined_.empty() && listeners_.front().run != nullptr) {
-      const listener l = listeners_.front();
-      done = l.run(l.instance, batch.data(), batch.size(), changes_);
+    Event* const events = batch.data();
+    const std::size_t total = batch.size();
+    for (std::size_t done = 0; done < total;) {
+      if (listeners_.size() == 1 && listeners_.front().run != nullptr) {
+        const listener l = listeners_.front();
+        done += l.run(l.instance, events + done, total - done, changes_);
+      } else {
+        done += walk(events + done, total - done);
+      }
     }
-    deliver(batch.data() + done, batch.size() - done);
+  }
+
+  // Delivers events[0, count) to every listener, event by event, and stops
+  // after an event during which the listeners changed; returns how many
+  // events it delivered. Until a change the list cannot have moved; after
+  // one, the rest of the event goes through deliver()'s rules: entries are
+  // only blanked during delivery, so their positions still hold.
+  std::size_t walk(Event* events, std::size_t count) {
+    const std::size_t before = changes_;
+    const listener* const list = listeners_.data();
+    const std::size_t listeners = listeners_.size();
+    for (std::size_t e = 0; e < count; ++e) {
+      for (std::size_t i = 0; i < listeners; ++i) {
+        if (list[i].call == nullptr) {
+          continue;
+        }
+        list[i].call(list[i].instance, events[e]);
+        if (changes_ != before) [[unlikely]] {
+          deliver(events[e], i + 1, listeners);
+          return e + 1;
+        }
+      }
+    }
+    return count;
   }
 
   void deliver_batch(std::vector<Event, event_allocator>& batch) {
@@ -299,14 +300,7 @@ private:
     }
   }
 
-  void settle() noexcept {
-    if (!joined_.empty()) {
-      merged_.assign(listeners_.begin(), listeners_.end());
-      merged_.insert(merged_.end(), joined_.begin(), joined_.end());
-      listeners_.swap(merged_);
-      merged_.clear();
-      joined_.clear();
-    }
+  void compact() noexcept {
     std::erase_if(listeners_, [](const listener& l) { return l.call == nullptr; });
     has_gaps_ = false;
   }
@@ -315,10 +309,6 @@ private:
   // The events being published; kept between publishes for its capacity.
   std::vector<Event, event_allocator> batch_;
   std::vector<listener, listener_allocator> listeners_;
-  // Listeners connected during the current delivery.
-  std::vector<listener, listener_allocator> joined_;
-  // Reserved by connect() for listeners_ and joined_ merged.
-  std::vector<listener, listener_allocator> merged_;
   std::size_t depth_ = 0;
   // Counts connections and disconnections, for deliver_all to notice them.
   std::size_t changes_ = 0;
@@ -350,16 +340,11 @@ class handler_index {
   // Stands for the table until the first handler arrives, so that a lookup
   // needs no test for an empty table: it misses here like anywhere else.
   static constexpr slot no_slot{nullptr, 0, nullptr};
-  // Slots kept inside the index itself, one per position: the first
-  // handler placed at a position stays there, so that the lookup of most
-  // types is one load from the dispatcher object, with no table to reach.
-  static constexpr std::size_t near_size = 16;
 
 public:
   explicit handler_index(const Allocator& allocator) : slots_(slot_allocator(allocator)) {}
   handler_index(handler_index&& other) noexcept
       : slots_(std::move(other.slots_)),
-        near_(std::exchange(other.near_, {})),
         table_(std::exchange(other.table_, &no_slot)),
         mask_(std::exchange(other.mask_, 0)),
         used_(std::exchange(other.used_, 0)) {
@@ -367,7 +352,6 @@ public:
   }
   handler_index& operator=(handler_index&& other) noexcept {
     slots_ = std::move(other.slots_);
-    near_ = std::exchange(other.near_, {});
     table_ = std::exchange(other.table_, &no_slot);
     mask_ = std::exchange(other.mask_, 0);
     used_ = std::exchange(other.used_, 0);
@@ -381,12 +365,7 @@ public:
   // path of every enqueue, inlined there.
   template <typename Event>
   [[gnu::always_inline]] dispatcher_handler* cached(std::uint32_t id) const noexcept {
-    const std::uint32_t key = id ^ event_type<Event>::check;
-    const slot& near = near_[key % near_size];
-    if (near.token == &event_token<Event> && near.id == id) [[likely]] {
-      return near.handler;
-    }
-    const slot& home = table_[key & mask_];
+    const slot& home = table_[position(id, event_type<Event>::check)];
     return home.token == &event_token<Event> && home.id == id ? home.handler : nullptr;
   }
 
@@ -407,9 +386,7 @@ public:
     if (found == nullptr) {
       return nullptr;
     }
-    slot& adopted = slots_[static_cast<std::size_t>(found - table_)];
-    adopted.token = &event_token<Event>;
-    keep_near(adopted);
+    slots_[static_cast<std::size_t>(found - table_)].token = &event_token<Event>;
     return found->handler;
   }
 
@@ -419,9 +396,7 @@ public:
     if ((used_ + 1) * 2 > mask_) {
       grow();
     }
-    const slot entry{&event_token<Event>, handler.id(), &handler};
-    place(entry);
-    keep_near(entry);
+    place({&event_token<Event>, handler.id(), &handler});
   }
 
 private:
@@ -436,15 +411,6 @@ private:
       if (s.id == id && s.handler->check() == check && s.handler->type_name() == name) {
         return &s;
       }
-    }
-  }
-
-  // A near slot is taken by the first handler that lands on it, or handed
-  // to the module that finds that same handler last.
-  void keep_near(const slot& entry) noexcept {
-    slot& near = near_[(entry.id ^ entry.handler->check()) % near_size];
-    if (near.handler == nullptr || near.handler == entry.handler) {
-      near = entry;
     }
   }
 
@@ -472,7 +438,6 @@ private:
   }
 
   std::vector<slot, slot_allocator> slots_;
-  std::array<slot, near_size> near_{};
   // slots_.data(), or no_slot while there are no slots.
   const slot* table_ = &no_slot;
   // slots_.size() - 1, or 0. 32 bits wide, so that an event's 64-bit
