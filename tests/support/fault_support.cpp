@@ -62,9 +62,11 @@ child_outcome run_in_child(const std::function<std::string()>& body, unsigned se
     try {
       report = body();
     } catch (const fault_unavailable& e) {
-      report = e.reason, code = child_cannot_set_up;
+      report = e.reason;
+      code = child_cannot_set_up;
     } catch (const std::exception& e) {
-      report = std::string("exception: ") + e.what(), code = 70;
+      report = std::string("exception: ") + e.what();
+      code = 70;
     }
     rlimit limit{};
     ::getrlimit(RLIMIT_FSIZE, &limit);
